@@ -1,0 +1,26 @@
+#pragma once
+
+// The whole of the library. Each header below can also be included by itself.
+
+// core: objects, their pointer, failure codes, locks and events
+#include "QuillmereLib/core/CUErrorContents.h"
+#include "QuillmereLib/core/CUEventWaitHandle.h"
+#include "QuillmereLib/core/CULock.h"
+#include "QuillmereLib/core/CUObject.h"
+#include "QuillmereLib/core/CURange.h"
+#include "QuillmereLib/core/CUResult.h"
+#include "QuillmereLib/core/CUSharedPtr.h"
+#include "QuillmereLib/core/CUWaitHandle.h"
+// strings
+#include "QuillmereLib/strings/CUNewline.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+// collections
+#include "QuillmereLib/collections/CUArray.h"
+#include "QuillmereLib/collections/CUSortDescriptor.h"
+// streams
+#include "QuillmereLib/streams/CUFileStream.h"
+#include "QuillmereLib/streams/CUMemoryStream.h"
+#include "QuillmereLib/streams/CUStream.h"
+// filesystem
+#include "QuillmereLib/filesystem/CUDirectory.h"
+#include "QuillmereLib/filesystem/CUFile.h"

@@ -1,0 +1,44 @@
+// CUStringMac::PathComponents, the one path operation that returns an array, and so stands on the
+// floor of the collections.
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include "QuillmereLib/collections/CUArray.h"
+#include "QuillmereLib/core/CFHolder.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+
+CUResult CUStringMac::PathComponents(CUSharedPtr<CUArray>* components) {
+  if (components == nullptr || m_string == nullptr) return CUResult_Failed;
+  CFIndex end = CFStringGetLength(m_string);
+  CUStringMac const root("/", CUString_CharCode_UTF8);
+  CUSharedPtr<CUMutableArray> const array = new CUMutableArray;
+
+  if (*this == root) {
+    array->AddObject(new CUStringMac(CFSTR("/")));
+  } else if (end == 0) {
+    array->AddObject(new CUStringMac);
+  } else {
+    CFIndex start = 0;
+    CFRange const first = CFStringFind(m_string, CFSTR("/"), 0);
+    if (first.length > 0 && first.location == 0) {
+      array->AddObject(new CUStringMac(CFSTR("/")));
+      start = 1;
+    }
+    CFRange const last = CFStringFind(m_string, CFSTR("/"), kCFCompareBackwards);
+    if (last.length > 0 && last.location == end - 1 && end > start) --end;
+
+    CFHolder<CFStringRef> const working(CFStringCreateWithSubstring(
+        kCFAllocatorDefault, m_string, CFRangeMake(start, end - start)));
+    if (!working) return CUResult_Failed;
+    CFHolder<CFArrayRef> const pieces(
+        CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, working.Get(), CFSTR("/")));
+    if (!pieces) return CUResult_Failed;
+    CFIndex const count = CFArrayGetCount(pieces.Get());
+    for (CFIndex i = 0; i < count; ++i) {
+      array->AddObject(
+          new CUStringMac(static_cast<CFStringRef>(CFArrayGetValueAtIndex(pieces.Get(), i))));
+    }
+  }
+  *components = array;
+  return CUResult_Success;
+}

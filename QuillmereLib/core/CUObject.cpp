@@ -1,0 +1,27 @@
+#include "QuillmereLib/core/CUObject.h"
+
+#include <cstdio>
+#include <mutex>
+#include <typeinfo>
+
+#include "QuillmereLib/core/CUSharedPtr.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+
+std::atomic<bool> initMutex_CUObject;
+pthread_mutex_t g_MutexHandle_CUObject;
+
+// Objects are made by static initialisers too, so the mutex is initialised by whoever comes first;
+// threads that come together agree on one of them.
+void CUObject::InitObjectMutex() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    pthread_mutex_init(&g_MutexHandle_CUObject, nullptr);
+    initMutex_CUObject.store(true, std::memory_order_release);
+  });
+}
+
+CUSharedPtr<CUStringMac> CUObject::Description() {
+  char text[256];  // a type name that is longer is cut
+  std::snprintf(text, sizeof text, "%s(0x%p)", typeid(*this).name(), static_cast<void*>(this));
+  return new CUStringMac(text, CUString_CharCode_UTF8);
+}

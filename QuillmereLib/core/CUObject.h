@@ -1,0 +1,52 @@
+#pragma once
+
+// CUObject, the root of nearly every class of the library: it carries the count by which
+// CUSharedPtr owns an object.
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "QuillmereLib/core/CUExport.h"
+
+class CUStringMac;
+template <class T>
+class CUSharedPtr;
+
+// The process-wide object mutex and whether it is initialised. It stands ready for callers; the
+// library itself never locks it and never destroys it.
+extern QUILLMERE_API std::atomic<bool> initMutex_CUObject;
+extern QUILLMERE_API pthread_mutex_t g_MutexHandle_CUObject;
+
+// An object begins with a count of 0. Made with `new` and held by a CUSharedPtr, it dies with the
+// last pointer. On the stack or as a member it keeps its count of 0, and no CUSharedPtr may ever be
+// built over it. The count is atomic; nothing else of an object is safe to share between threads
+// unless its class says so.
+class QUILLMERE_API CUObject {
+ public:
+  CUObject() : m_refCount(0) {
+    if (!initMutex_CUObject.load(std::memory_order_acquire)) InitObjectMutex();
+  }
+
+  // The copy counts its own pointers: nothing is taken over.
+  CUObject(CUObject const&) : m_refCount(0) {}
+
+  virtual ~CUObject() = default;
+
+  // A text for diagnosis. By default the encoded run-time type name and the address, as in
+  // "15CUSimpleMonitor(0x0x7f...)": the prefix stands twice where the platform prints its own.
+  // Callers must include CUStringMac.h to use the result.
+  virtual CUSharedPtr<CUStringMac> Description();
+
+  // Assigns nothing: the count belongs to the object, not to its value.
+  virtual CUObject& operator=(CUObject const&) { return *this; }
+
+ private:
+  template <class T>
+  friend class CUSharedPtr;
+
+  static void InitObjectMutex();
+
+  std::atomic<std::int32_t> m_refCount;
+};

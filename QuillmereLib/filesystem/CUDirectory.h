@@ -1,0 +1,18 @@
+#pragma once
+
+// CUDirectory, operations on a directory by its path.
+
+#include "QuillmereLib/core/CUExport.h"
+#include "QuillmereLib/core/CUObject.h"
+#include "QuillmereLib/core/CUSharedPtr.h"
+
+class CUStringMac;
+
+// Static forms only. A path's string must not be in use on another thread meanwhile.
+class QUILLMERE_API CUDirectory : public CUObject {
+ public:
+  // Whether the path names a directory; a symbolic link counts as what it leads to. False for null.
+  // Never throws.
+  static bool Exists(CUStringMac* path);
+  static bool Exists(CUSharedPtr<CUStringMac> path);
+};

@@ -1,0 +1,31 @@
+#include "QuillmereLib/strings/TextBuilder.h"
+
+#include <cstring>
+#include <new>
+
+TextBuilder::TextBuilder()
+    : m_pieces(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks)) {
+  if (!m_pieces) throw std::bad_alloc();
+}
+
+void TextBuilder::Append(CFStringRef piece) {
+  if (piece == nullptr) return;
+  CFIndex const count = CFArrayGetCount(m_pieces.Get());
+  CFArrayAppendValue(m_pieces.Get(), piece);
+  if (CFArrayGetCount(m_pieces.Get()) == count) throw std::bad_alloc();
+}
+
+void TextBuilder::Append(char const* text) {
+  CFHolder<CFStringRef> const piece(CFStringCreateWithBytes(
+      kCFAllocatorDefault, reinterpret_cast<UInt8 const*>(text),
+      static_cast<CFIndex>(std::strlen(text)), kCFStringEncodingUTF8, false));
+  if (!piece) throw std::bad_alloc();
+  Append(piece.Get());
+}
+
+CUSharedPtr<CUStringMac> TextBuilder::Text() const {
+  CFHolder<CFStringRef> const text(
+      CFStringCreateByCombiningStrings(kCFAllocatorDefault, m_pieces.Get(), CFSTR("")));
+  if (!text) throw std::bad_alloc();
+  return new CUStringMac(text.Get());
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+// Joins many pieces of text into one string, in time linear in their length.
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include "QuillmereLib/core/CFHolder.h"
+#include "QuillmereLib/core/CUSharedPtr.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+
+// Throws std::bad_alloc where the platform runs out of memory, so that no text goes missing.
+class TextBuilder {
+ public:
+  TextBuilder();
+
+  // Appends the text of `piece`; null and the null string are nothing.
+  void Append(CFStringRef piece);
+
+  // Appends UTF-8 text, which must be valid.
+  void Append(char const* text);
+
+  // A new string of all pieces so far.
+  CUSharedPtr<CUStringMac> Text() const;
+
+ private:
+  CFHolder<CFMutableArrayRef> m_pieces;
+};

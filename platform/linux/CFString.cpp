@@ -1,0 +1,225 @@
+#include <CoreFoundation/CFString.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+
+#include "platform/linux/CFStringObject.h"
+
+namespace {
+
+// The units of a string in either width, for what need not be fast.
+struct Units {
+  explicit Units(CFStringRef string) : m_string(string) {}
+  UniChar operator[](CFIndex i) const {
+    return m_string->wide ? m_string->Wide()[i] : static_cast<UniChar>(m_string->Narrow()[i]);
+  }
+  CFStringRef m_string;
+};
+
+bool StandsAt(CFStringRef string, CFIndex location, CFStringRef wanted) {
+  if (string->wide == wanted->wide) {
+    std::size_t const size = string->wide ? sizeof(UniChar) : 1;
+    return std::memcmp(string->Narrow() + static_cast<std::size_t>(location) * size,
+                       wanted->Narrow(), static_cast<std::size_t>(wanted->length) * size) == 0;
+  }
+  if (wanted->wide) return false;
+  for (CFIndex i = 0; i < wanted->length; ++i) {
+    if (string->Wide()[location + i] != static_cast<UniChar>(wanted->Narrow()[i])) return false;
+  }
+  return true;
+}
+
+CFIndex FindForwards(CFStringRef string, CFIndex start, CFStringRef wanted) {
+  if (!string->wide && !wanted->wide) {
+    void const* const found =
+        memmem(string->Narrow() + start, static_cast<std::size_t>(string->length - start),
+               wanted->Narrow(), static_cast<std::size_t>(wanted->length));
+    return found == nullptr ? kCFNotFound : static_cast<char const*>(found) - string->Narrow();
+  }
+  for (CFIndex at = start; at <= string->length - wanted->length; ++at) {
+    if (StandsAt(string, at, wanted)) return at;
+  }
+  return kCFNotFound;
+}
+
+CFIndex FindBackwards(CFStringRef string, CFStringRef wanted) {
+  if (!string->wide && !wanted->wide && wanted->length == 1) {
+    void const* const found =
+        memrchr(string->Narrow(), *wanted->Narrow(), static_cast<std::size_t>(string->length));
+    return found == nullptr ? kCFNotFound : static_cast<char const*>(found) - string->Narrow();
+  }
+  for (CFIndex at = string->length - wanted->length; at >= 0; --at) {
+    if (StandsAt(string, at, wanted)) return at;
+  }
+  return kCFNotFound;
+}
+
+// Copies all units of `source` to position `at` of a string that is being filled.
+void CopyUnits(CFStringRef source, __CFString* target, CFIndex at) {
+  std::size_t const count = static_cast<std::size_t>(source->length);
+  if (!target->wide) {
+    std::memcpy(target->Narrow() + at, source->Narrow(), count);
+  } else if (source->wide) {
+    std::memcpy(target->Wide() + at, source->Wide(), count * sizeof(UniChar));
+  } else {
+    std::copy(source->Narrow(), source->Narrow() + count, target->Wide() + at);
+  }
+}
+
+CFStringRef CreatePart(CFStringRef string, CFIndex start, CFIndex length) {
+  return string->wide ? CreateFromUnits(string->Wide() + start, length)
+                      : CreateNarrow(string->Narrow() + start, length);
+}
+
+}  // namespace
+
+__CFString* AllocateString(CFIndex length, bool wide) {
+  std::size_t const unit = wide ? sizeof(UniChar) : 1;
+  if (length < 0 || static_cast<std::size_t>(length) > (SIZE_MAX / 4) / unit) return nullptr;
+  return MakeCFObject<__CFString>(static_cast<std::size_t>(length) * unit, length, wide);
+}
+
+CFStringRef CreateNarrow(char const* text, CFIndex length) {
+  __CFString* const string = AllocateString(length, false);
+  if (string != nullptr) std::memcpy(string->Narrow(), text, static_cast<std::size_t>(length));
+  return string;
+}
+
+CFStringRef CreateFromUnits(UniChar const* units, CFIndex length) {
+  if (length < 0) return nullptr;
+  UniChar all = 0;
+  for (CFIndex i = 0; i < length; ++i) all = static_cast<UniChar>(all | units[i]);
+  bool const wide = all >= 0x80;
+  __CFString* const string = AllocateString(length, wide);
+  if (string == nullptr) return nullptr;
+  if (wide) {
+    std::memcpy(string->Wide(), units, static_cast<std::size_t>(length) * sizeof(UniChar));
+  } else {
+    std::transform(units, units + length, string->Narrow(),
+                   [](UniChar unit) { return static_cast<char>(unit); });
+  }
+  return string;
+}
+
+CFStringRef __CFStringMakeConstantString(char const* ascii) {
+  std::size_t const length = std::strlen(ascii);
+  __CFString* const string = AllocateString(static_cast<CFIndex>(length), false);
+  if (string == nullptr) std::abort();  // a constant has no way to say so
+  std::memcpy(string->Narrow(), ascii, length);
+  string->MakeImmortal();
+  return string;
+}
+
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, UniChar const* units, CFIndex count) {
+  return CreateFromUnits(units, count);
+}
+
+CFStringRef CFStringCreateWithFormat(CFAllocatorRef, CFDictionaryRef, CFStringRef format, ...) {
+  if (format->length != 2 || format->wide || std::memcmp(format->Narrow(), "%@", 2) != 0) {
+    return nullptr;
+  }
+  va_list arguments;
+  va_start(arguments, format);
+  CFStringRef const source = va_arg(arguments, CFStringRef);
+  va_end(arguments);
+  if (source == nullptr) return CreateNarrow("(null)", 6);
+  __CFString* const copy = AllocateString(source->length, source->wide);
+  if (copy != nullptr) CopyUnits(source, copy, 0);
+  return copy;
+}
+
+CFStringRef CFStringCreateWithSubstring(CFAllocatorRef, CFStringRef string, CFRange range) {
+  if (range.location < 0 || range.length < 0 || range.location > string->length) return nullptr;
+  return CreatePart(string, range.location,
+                    std::min(range.length, string->length - range.location));
+}
+
+CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef, CFArrayRef strings,
+                                             CFStringRef separator) {
+  CFIndex const count = CFArrayGetCount(strings);
+  if (count == 0) return CreateNarrow("", 0);
+  auto const stringAt = [strings](CFIndex i) {
+    return static_cast<CFStringRef>(CFArrayGetValueAtIndex(strings, i));
+  };
+
+  CFIndex length = 0;
+  bool wide = separator->wide && count > 1;
+  if (__builtin_mul_overflow(separator->length, count - 1, &length)) return nullptr;
+  for (CFIndex i = 0; i < count; ++i) {
+    if (__builtin_add_overflow(length, stringAt(i)->length, &length)) return nullptr;
+    wide = wide || stringAt(i)->wide;
+  }
+
+  __CFString* const combined = AllocateString(length, wide);
+  if (combined == nullptr) return nullptr;
+  CFIndex at = 0;
+  for (CFIndex i = 0; i < count; ++i) {
+    if (i != 0) {
+      CopyUnits(separator, combined, at);
+      at += separator->length;
+    }
+    CopyUnits(stringAt(i), combined, at);
+    at += stringAt(i)->length;
+  }
+  return combined;
+}
+
+CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef allocator, CFStringRef string,
+                                                  CFStringRef separator) {
+  CFMutableArrayRef const pieces = CFArrayCreateMutable(allocator, 0, &kCFTypeArrayCallBacks);
+  if (pieces == nullptr) return nullptr;
+  CFIndex start = 0;
+  for (;;) {
+    CFIndex const found =
+        separator->length == 0 ? kCFNotFound : FindForwards(string, start, separator);
+    CFIndex const end = found == kCFNotFound ? string->length : found;
+    CFStringRef const piece = CreatePart(string, start, end - start);
+    CFIndex const before = CFArrayGetCount(pieces);
+    if (piece != nullptr) {
+      CFArrayAppendValue(pieces, piece);
+      CFRelease(piece);
+    }
+    if (CFArrayGetCount(pieces) == before) {  // out of memory
+      CFRelease(pieces);
+      return nullptr;
+    }
+    if (found == kCFNotFound) return pieces;
+    start = found + separator->length;
+  }
+}
+
+CFIndex CFStringGetLength(CFStringRef string) { return string->length; }
+
+CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
+                                   CFStringCompareFlags options) {
+  if ((options & kCFCompareLocalized) != 0) {
+    return CompareLocalized(first, second, (options & kCFCompareCaseInsensitive) != 0);
+  }
+  CFIndex const shared = std::min(first->length, second->length);
+  Units const a(first);
+  Units const b(second);
+  for (CFIndex i = 0; i < shared; ++i) {
+    if (a[i] != b[i]) return a[i] < b[i] ? kCFCompareLessThan : kCFCompareGreaterThan;
+  }
+  if (first->length == second->length) return kCFCompareEqualTo;
+  return first->length < second->length ? kCFCompareLessThan : kCFCompareGreaterThan;
+}
+
+CFRange CFStringFind(CFStringRef string, CFStringRef wanted, CFStringCompareFlags options) {
+  CFRange const notFound = CFRangeMake(kCFNotFound, 0);
+  if (wanted->length == 0 || string->length == 0) return notFound;
+  bool const backwards = (options & kCFCompareBackwards) != 0;
+  if ((options & kCFCompareLocalized) != 0) {
+    if (backwards) return notFound;
+    return FindLocalized(string, wanted, (options & kCFCompareCaseInsensitive) != 0);
+  }
+  if (wanted->length > string->length) return notFound;
+  CFIndex const at = backwards ? FindBackwards(string, wanted) : FindForwards(string, 0, wanted);
+  return at == kCFNotFound ? notFound : CFRangeMake(at, wanted->length);
+}
+
+Boolean CFStringHasSuffix(CFStringRef string, CFStringRef suffix) {
+  return suffix->length <= string->length &&
+         StandsAt(string, string->length - suffix->length, suffix);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <CoreFoundation/CFString.h>
+
+#include "platform/linux/CFObject.h"
+
+// A string is one block: this head and its units. Text of ASCII alone is stored in 8 bits a unit,
+// all other text in 16, without exception: two strings of different widths are never the same text.
+struct __CFString final : CFObject {
+  __CFString(CFIndex units, bool wideUnits) : length(units), wide(wideUnits) {}
+
+  char const* Narrow() const { return reinterpret_cast<char const*>(this + 1); }
+  char* Narrow() { return reinterpret_cast<char*>(this + 1); }
+  UniChar const* Wide() const { return reinterpret_cast<UniChar const*>(this + 1); }
+  UniChar* Wide() { return reinterpret_cast<UniChar*>(this + 1); }
+
+  CFIndex const length;
+  bool const wide;
+};
+
+// A string of `length` units that the caller fills; null when memory runs out. The caller keeps the
+// rule of the two widths.
+__CFString* AllocateString(CFIndex length, bool wide);
+
+// A copy of `length` characters of ASCII.
+CFStringRef CreateNarrow(char const* text, CFIndex length);
+
+// A copy of `length` units, in the width that they call for.
+CFStringRef CreateFromUnits(UniChar const* units, CFIndex length);
+
+// Whether all bytes are ASCII.
+bool IsAscii(char const* text, std::size_t length);
+
+// Compares and searches by the collation of the user's locale.
+CFComparisonResult CompareLocalized(CFStringRef first, CFStringRef second, bool ignoreCase);
+CFRange FindLocalized(CFStringRef string, CFStringRef wanted, bool ignoreCase);

@@ -1,0 +1,66 @@
+#pragma once
+
+// Owners of what the system and its libraries hand out: each lets its handle go exactly once.
+
+#include <unicode/ucol.h>
+#include <unicode/usearch.h>
+#include <unicode/uset.h>
+#include <unistd.h>
+
+#include <utility>
+
+// Owns a handle that `Close` lets go, or null. Move-only.
+template <class T, void (*Close)(T*)>
+class Handle {
+ public:
+  Handle() noexcept = default;
+  explicit Handle(T* handle) noexcept : m_handle(handle) {}
+  Handle(Handle&& other) noexcept : m_handle(other.Release()) {}
+  Handle& operator=(Handle&& other) noexcept {
+    Handle taken(std::move(other));
+    std::swap(m_handle, taken.m_handle);
+    return *this;
+  }
+  ~Handle() {
+    if (m_handle != nullptr) Close(m_handle);
+  }
+
+  T* Get() const noexcept { return m_handle; }
+  explicit operator bool() const noexcept { return m_handle != nullptr; }
+
+  // Hands the handle to the caller, who closes it.
+  T* Release() noexcept { return std::exchange(m_handle, nullptr); }
+
+ private:
+  T* m_handle = nullptr;
+};
+
+using CollationElementsHandle = Handle<UCollationElements, ucol_closeElements>;
+using CollatorHandle = Handle<UCollator, ucol_close>;
+using SearchHandle = Handle<UStringSearch, usearch_close>;
+using SetHandle = Handle<USet, uset_close>;
+
+// Owns an open file descriptor, or none (-1). Move-only.
+class Descriptor {
+ public:
+  Descriptor() noexcept = default;
+  explicit Descriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
+  Descriptor(Descriptor&& other) noexcept : m_descriptor(other.Release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    Descriptor taken(std::move(other));
+    std::swap(m_descriptor, taken.m_descriptor);
+    return *this;
+  }
+  ~Descriptor() {
+    if (IsOpen()) ::close(m_descriptor);
+  }
+
+  int Get() const noexcept { return m_descriptor; }
+  bool IsOpen() const noexcept { return m_descriptor >= 0; }
+
+  // Hands the descriptor to the caller, who closes it.
+  int Release() noexcept { return std::exchange(m_descriptor, -1); }
+
+ private:
+  int m_descriptor = -1;
+};
