@@ -1,0 +1,154 @@
+// How objects are counted, owned and described.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+#include "QuillmereLib/core/CUResult.h"
+#include "tests/support/CountedObject.h"
+#include "tests/support/FailingAllocation.h"
+#include "tests/support/LoggingLock.h"
+#include "tests/support/Strings.h"
+
+namespace {
+
+template <class>
+class Named : public CUObject {};
+
+std::string Addressed(char const* type, void const* object) {
+  char text[100];
+  std::snprintf(text, sizeof text, "%s(0x%p)", type, object);
+  return text;
+}
+
+// A chain whose links own each other: what an assignment releases may hold what it assigns.
+class Link : public CountedObject {
+ public:
+  Link(int value, EventLog& log, CUSharedPtr<Link> next)
+      : CountedObject(value, &log), Next(std::move(next)) {}
+  CUSharedPtr<Link> Next;
+};
+
+class SecondBase : public std::vector<int>, public CountedObject {};
+
+}  // namespace
+
+// Red when a copy or an assignment takes the count along: the first free would come too early.
+TEST(CUObject, CountStaysWithTheObject) {
+  CUSharedPtr<CountedObject> const source = new CountedObject(1);
+  CUSharedPtr<CountedObject> const second = source;
+  CountedObject copy(*source);
+  EXPECT_EQ(CountOf(copy), 0);
+  copy = *source;
+  static_cast<CUObject&>(copy) = *source;
+  *source = copy;
+  EXPECT_EQ(CountOf(copy), 0);
+  EXPECT_EQ(CountOf(*source), 2);
+}
+
+TEST(CUObject, DescribesItselfByEncodedTypeAndAddress) {
+  CUObject object;
+  CUSimpleMonitor monitor;
+  EXPECT_EQ(Utf8(object.Description()), Addressed("8CUObject", &object));
+  EXPECT_EQ(Utf8(static_cast<CUObject&>(monitor).Description()),
+            Addressed("15CUSimpleMonitor", &monitor));
+  EXPECT_EQ(Utf8(object.Description()).find("(0x0x"), 9u) << "the prefix stands twice";
+  Named<std::make_index_sequence<200>> longName;
+  EXPECT_EQ(longName.Description()->Length(), 255u) << "cut, and not written past the end";
+  EXPECT_GT(FailEachAllocation([&] { object.Description(); }, [] {}), 0);
+}
+
+TEST(CUObject, ProcessWideMutexIsReadyAndFree) {
+  CUObject const object;
+  ASSERT_TRUE(initMutex_CUObject.load());
+  EXPECT_EQ(pthread_mutex_trylock(&g_MutexHandle_CUObject), 0);
+  EXPECT_EQ(pthread_mutex_unlock(&g_MutexHandle_CUObject), 0);
+}
+
+TEST(CUResult, LowBitsDecide) {
+  EXPECT_FALSE(CUFailed(static_cast<CUResult>(0x70000)));
+  EXPECT_TRUE(CUFailed(CUResult_Failed));
+}
+
+static_assert(std::has_virtual_destructor_v<CUSharedPtr<CUObject>>);
+static_assert(sizeof(CUSharedPtr<CUObject>) == 2 * sizeof(void*));
+static_assert(!std::is_convertible_v<CUSharedPtr<CUObject>, CUObject*>);
+
+TEST(CUSharedPtr, CountsEachHolder) {
+  auto* const object = new CountedObject;
+  CUSharedPtr<CountedObject> first = object;
+  {
+    CUSharedPtr<CountedObject> second = first;
+    CUSharedPtr<CUObject> third = second;
+    EXPECT_EQ(CountOf(*object), 3);
+    EXPECT_TRUE(third == first && third != nullptr && third);
+    CUSharedPtr<CUObject> taken = std::move(third);
+    EXPECT_EQ(CountOf(*object), 3);
+    EXPECT_TRUE(third == nullptr);
+    CUSharedPtr<CountedObject> const null;
+    CUSharedPtr<CountedObject> alsoNull = null;
+    alsoNull = null;
+    alsoNull = second;
+    EXPECT_EQ(CountOf(*object), 4);
+  }
+  EXPECT_EQ(CountOf(*object), 1);
+  first = CUSharedPtr<CountedObject>();
+  EXPECT_EQ(CountedObject::Live, 0) << "dies at the assignment";
+}
+
+// Red when the old object goes before the new one is counted.
+TEST(CUSharedPtr, AssignmentAddsBeforeItReleases) {
+  EventLog log;
+  CUSharedPtr<Link> chain = new Link(1, log, new Link(2, log, new Link(3, log, nullptr)));
+  CUSharedPtr<Link> const& self = chain;
+  chain = self;
+  chain = CUSharedPtr<Link>(chain);
+  chain = std::move(const_cast<CUSharedPtr<Link>&>(self));
+  EXPECT_EQ(CountOf(*chain), 1);
+  EXPECT_EQ(log.Take(), "");
+  chain = chain->Next;
+  EXPECT_EQ(log.Take(), "~1");
+  EXPECT_EQ(CountOf(*chain), 1);
+  chain = std::move(chain->Next);
+  EXPECT_EQ(log.Take(), "~2");
+  chain = nullptr;
+  EXPECT_EQ(log.Take(), "~3");
+}
+
+// Red when an object is destroyed as T, or its address is taken for that of its CUObject.
+TEST(CUSharedPtr, DestroysTheWholeObjectThroughAnyBase) {
+  EventLog log;
+  {
+    CUSharedPtr<CULockAbstract> const lock = new LoggingLock(log);
+    CUSharedPtr<CUObject> const root = lock;
+    EXPECT_TRUE(root == lock);
+    EXPECT_EQ(CountOf(*root), 2);
+  }
+  EXPECT_EQ(log.Take(), "~lock");
+  {
+    CUSharedPtr<SecondBase> const numbers = new SecondBase;
+    CUSharedPtr<CUObject> const object = numbers;
+    EXPECT_EQ(CountOf(*object), 2);
+    EXPECT_EQ(dynamic_cast<SecondBase*>(object.Get()), numbers.Get());
+    CUSharedPtr<CUStringMac> const failedCast(dynamic_cast<CUStringMac*>(object.Get()));
+    EXPECT_TRUE(failedCast == nullptr);
+  }
+  EXPECT_EQ(CountedObject::Live, 0);
+}
+
+TEST(CUSharedPtr, CountIsAtomic) {
+  CUSharedPtr<CountedObject> const object = new CountedObject;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&object] {
+      for (int round = 0; round < 20000; ++round) {
+        CUSharedPtr<CUObject> copy = object;
+        CUSharedPtr<CUObject> const moved = std::move(copy);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(CountOf(*object), 1);
+}

@@ -1,0 +1,325 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdarg>
+#include <string>
+#include <vector>
+
+#include "QuillmereLib/collections/CUArray.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+#include "QuillmereLib/strings/TextBuilder.h"
+#include "tests/support/FailingAllocation.h"
+#include "tests/support/Strings.h"
+
+namespace {
+
+using Pointer = CUSharedPtr<CUStringMac>;
+
+constexpr _CUString_CharCode kBeyondCodes = static_cast<_CUString_CharCode>(7);
+constexpr _CUStringComparison kBeyondComparisons = static_cast<_CUStringComparison>(2);
+
+// The null string, from bytes that do not decode.
+CUStringMac Null() { return CUStringMac("\xFF", CUString_CharCode_UTF8); }
+
+CUStringMac FromUnits(std::u16string units) {
+  return CUStringMac(reinterpret_cast<unsigned short*>(units.data()),
+                     static_cast<unsigned int>(units.size() * 2));
+}
+
+bool IsNull(CUStringMac& string) { return static_cast<CFStringRef>(string) == nullptr; }
+
+std::string Shown(_CURange range) {
+  if (range.location == CURange_NoLocation && range.length == 0) return "none";
+  return std::to_string(range.location) + "+" + std::to_string(range.length);
+}
+
+// Both renderings of one list of arguments, which must not be consumed by the first.
+std::string FormatTwice(char const* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  Pointer const first = CUStringMac::CreateWithFormatV(Make(format), arguments);
+  Pointer const second = CUStringMac::CreateWithFormatV(Make(format), arguments);
+  va_end(arguments);
+  return Utf8(first) + "|" + Utf8(second);
+}
+
+}  // namespace
+
+TEST(CUStringMac, ConstructionFromBytes) {
+  using namespace std::string_literals;
+  struct Case {
+    std::string bytes;
+    _CUString_CharCode code;
+    std::string whole;  // by byte count
+    std::string cut;    // by strlen
+  } const cases[] = {{"a\xC3\xA9", CUString_CharCode_UTF8, "a\u00e9", "a\u00e9"},
+                     {"abc\0d"s, CUString_CharCode_UTF8, "abc", "abc"},
+                     {"abc\0d"s, kBeyondCodes, "abc", "abc"},
+                     {"abc\0\xFF"s, CUString_CharCode_ASCII, "abc", "abc"},
+                     {"\xC3\xA9", kBeyondCodes, "\u00e9", "\u00e9"},
+                     {"\xEF\xBB\xBF"s + "a", CUString_CharCode_UTF8, "a", "a"},
+                     {"\xC3\0\xA9"s, CUString_CharCode_UTF8, "<null>", "<null>"},
+                     {"\xC3\xA9", CUString_CharCode_ASCII, "<null>", "<null>"},
+                     {"", CUString_CharCode_UTF8, "", ""},
+                     {"\xE9\0\x42\x30"s, CUString_CharCode_Unicode, "\u00e9\u3042", "<null>"},
+                     {"\xE9\xE9\0\0a\0"s, CUString_CharCode_Unicode, "\ue9e9", "\ue9e9"},
+                     {"\xFE\xFF\0a"s, CUString_CharCode_Unicode, "a", ""},
+                     {"a\0b"s, CUString_CharCode_Unicode, "<null>", "<null>"}};
+  for (Case const& test : cases) {
+    CUStringMac whole(test.bytes.data(), static_cast<unsigned int>(test.bytes.size()), test.code);
+    CUStringMac cut(test.bytes.c_str(), test.code);
+    EXPECT_EQ(Utf8(whole), test.whole);
+    EXPECT_EQ(Utf8(cut), test.cut);
+    EXPECT_EQ(IsNull(whole), test.whole == "<null>");
+  }
+  CUStringMac zeroes("\xE9\xE9\0\0a\0", 6, CUString_CharCode_Unicode);
+  EXPECT_EQ(zeroes.Length(), 3u);
+  char const unterminated[] = {'a', 'b', 'c'};
+  CUStringMac bounded(unterminated, 3, CUString_CharCode_UTF8);
+  EXPECT_EQ(Utf8(bounded), "abc");
+}
+
+TEST(CUStringMac, ConstructionFromUnitsAndStrings) {
+  unsigned short units[] = {'a', 0xFEFF, 0xE9};
+  for (unsigned int bytes = 0; bytes <= 6; ++bytes) {
+    EXPECT_EQ(CUStringMac(units, bytes).Length(), bytes / 2);
+  }
+  CUStringMac marked(units, 6);
+  EXPECT_EQ(Utf8(marked), "a\ufeff\u00e9");
+
+  CUStringMac empty;
+  EXPECT_FALSE(IsNull(empty));
+  EXPECT_EQ(empty.Length(), 0u);
+  EXPECT_EQ(Utf8(empty), "");
+
+  // Copies stand by themselves, and null stays null.
+  CUStringMac* const source = new CUStringMac(marked);
+  CFStringRef const platform = *source;
+  CUStringMac copies[] = {CUStringMac(*source), CUStringMac(platform),
+                          CUStringMac(Pointer(new CUStringMac(*source)))};
+  for (CUStringMac& copy : copies) EXPECT_NE(static_cast<CFStringRef>(copy), platform);
+  delete source;
+  for (CUStringMac& copy : copies) EXPECT_EQ(Utf8(copy), "a\ufeff\u00e9");
+  CUStringMac const null = Null();
+  CUStringMac nulls[] = {CUStringMac(null), CUStringMac(Pointer()),
+                         CUStringMac(Pointer(new CUStringMac(null)))};
+  for (CUStringMac& copy : nulls) EXPECT_TRUE(IsNull(copy));
+}
+
+TEST(CUStringMac, NullStringFailsEverywhere) {
+  CUStringMac null = Null();
+  CUStringMac text("a", CUString_CharCode_UTF8);
+  unsigned int size = 7;
+  char buffer[8] = "kept";
+  EXPECT_EQ(null.Length() + null.CountOfChars(), 0u);
+  for (_CUStringComparison comparison :
+       {CUStringComparison_CaseSensitive, CUStringComparison_IgnoreCase, kBeyondComparisons}) {
+    EXPECT_FALSE(null.Equals(null, comparison) || null.Equals(text, comparison) ||
+                 text.Equals(null, comparison));
+    EXPECT_EQ(Shown(null.Find(Make("a"), comparison)), "none");
+    EXPECT_EQ(Shown(text.Find(Pointer(new CUStringMac(null)), comparison)), "none");
+  }
+  EXPECT_FALSE(null == null || null == text || text == null);
+  EXPECT_FALSE(null < text || text < null || null < null);
+  EXPECT_EQ(null.GetString(nullptr, CUString_CharCode_UTF8, size), CUResult_Failed);
+  EXPECT_EQ(null.GetString(buffer, CUString_CharCode_UTF8, size), CUResult_Failed);
+  EXPECT_EQ(size, 7u);
+  EXPECT_STREQ(buffer, "kept");
+  EXPECT_EQ(static_cast<char const*>(null), nullptr);
+  EXPECT_EQ(null.SubString(0, 0), nullptr);
+  EXPECT_EQ(null.SubString(0), nullptr);
+  Pointer const description = null.Description();
+  ASSERT_NE(description, nullptr);
+  EXPECT_TRUE(IsNull(*description));
+  CUStringMac sums[] = {null + text, null + null, text + null};
+  EXPECT_EQ(Utf8(sums[0]) + "|" + Utf8(sums[1]) + "|" + Utf8(sums[2]), "||a");
+}
+
+TEST(CUStringMac, AssignmentDropsBeforeItReads) {
+  CUStringMac string("old", CUString_CharCode_UTF8);
+  CUStringMac other("new", CUString_CharCode_UTF8);
+  char const* const old = string;
+  EXPECT_EQ(&(string = other), &string);
+  EXPECT_STREQ(old, "old");  // alive until the next conversion
+  EXPECT_NE(static_cast<CFStringRef>(string), static_cast<CFStringRef>(other));
+  EXPECT_EQ(Utf8(string), "new");
+
+  CUObject& object = string;
+  object = static_cast<CUObject const&>(CUStringMac());
+  EXPECT_EQ(Utf8(string), "new");
+
+  CUStringMac& same = string;
+  string = same;
+  EXPECT_TRUE(IsNull(string));
+  EXPECT_EQ(string.Length(), 0u);
+  string = other;
+  EXPECT_EQ(Utf8(object.Description()), "new");
+  string = Null();
+  EXPECT_TRUE(IsNull(string));
+}
+
+TEST(CUStringMac, GetStringFillsAnyBuffer) {
+  using namespace std::string_literals;
+  CUStringMac string = FromUnits(u"ab\u00e9\u20ac\U0001F600z");
+  std::vector<std::string> const utf8 = {"a", "b", "\u00e9", "\u20ac", "\U0001F600", "z"};
+  std::vector<std::string> const utf16 = {"a\0"s, "b\0"s, "\xE9\0"s, "\xAC\x20", "\x3D\xD8\0\xDE"s,
+                                          "z\0"s};
+  struct Case {
+    _CUString_CharCode code;
+    unsigned int perUnit;
+    std::vector<std::string> characters;  // as far as the encoding can hold them
+  } const cases[] = {{CUString_CharCode_UTF8, 3, utf8},
+                     {kBeyondCodes, 3, utf8},
+                     {CUString_CharCode_Unicode, 2, utf16},
+                     {CUString_CharCode_ASCII, 1, {"a", "b"}}};
+  for (Case const& test : cases) {
+    unsigned int need = 0;
+    ASSERT_EQ(string.GetString(nullptr, test.code, need), CUResult_Success);
+    EXPECT_EQ(need, (string.Length() + 1) * test.perUnit);
+    for (unsigned int size = 1; size <= need + 3; ++size) {
+      std::string expected;
+      for (std::string const& character : test.characters) {
+        if (expected.size() + character.size() + test.perUnit > size) break;
+        expected += character;
+      }
+      expected.resize(size, '\0');
+      std::string buffer(size + 4, '\x7E');
+      unsigned int given = size;
+      EXPECT_EQ(string.GetString(buffer.data(), test.code, given), CUResult_Success);
+      EXPECT_EQ(given, size);
+      EXPECT_EQ(buffer, expected + "\x7E\x7E\x7E\x7E") << test.code << " size " << size;
+    }
+  }
+  unsigned int none = 0;
+  char byte = 'k';
+  EXPECT_EQ(string.GetString(&byte, CUString_CharCode_UTF8, none), CUResult_Failed);
+  EXPECT_EQ(byte, 'k');
+}
+
+TEST(CUStringMac, CountsUnitsAndCharactersUpToAnUnpairedSurrogate) {
+  CUStringMac text = FromUnits(u"a\U0001F600\u00e9");
+  EXPECT_EQ(text.Length(), 4u);
+  EXPECT_EQ(text.CountOfChars(), 3u);
+  CUStringMac broken = FromUnits(u"a\u00e9\xD83Dz");
+  EXPECT_EQ((broken + broken).Length(), 8u);
+  EXPECT_EQ(broken.CountOfChars(), 2u);
+  EXPECT_EQ(Utf8(broken), "a\u00e9");
+}
+
+TEST(CUStringMac, EqualsOrdersAndFindsByCollation) {
+  struct Case {
+    std::string text;
+    std::string other;
+    bool equal;
+    bool equalIgnoringCase;
+    std::string found;
+    std::string foundIgnoringCase;
+  } const cases[] = {{"abc", "abc", true, true, "0+3", "0+3"},
+                     {"abc", "ABC", false, true, "none", "0+3"},
+                     {"a\u00adbc", "ab", false, false, "0+3", "0+3"},
+                     {"caf\u00e9", "cafe\u0301", true, true, "0+4", "0+4"},
+                     {"xe\u0301e\u0301", "\u00c9", false, false, "none", "1+2"},
+                     {"\U0001F600a", "a", false, false, "2+1", "2+1"},
+                     {"abc", "d", false, false, "none", "none"},
+                     {"abc", "", false, false, "none", "none"},
+                     {"", "", true, true, "none", "none"},
+                     {"abc", "\u00ad", false, false, "none", "none"},
+                     {"", "\u00ad", true, true, "none", "none"}};
+  for (Case const& test : cases) {
+    SCOPED_TRACE(test.text + " / " + test.other);
+    Pointer const text = Make(test.text);
+    Pointer const other = Make(test.other);
+    EXPECT_EQ(*text == *other, test.equal);
+    EXPECT_EQ(text->Equals(*other, CUStringComparison_CaseSensitive), test.equal);
+    EXPECT_EQ(text->Equals(*other, CUStringComparison_IgnoreCase), test.equalIgnoringCase);
+    EXPECT_FALSE(text->Equals(*text, kBeyondComparisons));
+    EXPECT_EQ((*text < *other) || (*other < *text), !test.equal);
+    EXPECT_EQ(Shown(text->Find(other, CUStringComparison_CaseSensitive)), test.found);
+    EXPECT_EQ(Shown(text->Find(other, CUStringComparison_IgnoreCase)), test.foundIgnoringCase);
+    EXPECT_EQ(Shown(text->Find(text, kBeyondComparisons)), "none");
+    EXPECT_EQ(Shown(text->Find(Pointer(), CUStringComparison_CaseSensitive)), "none");
+  }
+  EXPECT_TRUE(*Make("a") < *Make("B"));  // by the collation, not by units
+  EXPECT_FALSE(*Make("B") < *Make("a"));
+}
+
+TEST(CUStringMac, SubStringKeepsInsideTheText) {
+  struct Case {
+    int start;
+    int length;
+    std::string expected;  // "<null>": a null pointer
+  } const cases[] = {{0, 2, "a\u00e9"},
+                     {1, 1, "\u00e9"},
+                     {2, 0, ""},
+                     {0, 3, "<null>"},
+                     {3, 0, "<null>"},
+                     {0, -1, "<null>"},
+                     {-1, 1, "<null>"},
+                     {INT_MIN, INT_MIN, "<null>"},
+                     {INT_MAX, INT_MAX, "<null>"},
+                     {2, INT_MAX, "<null>"},
+                     {INT_MAX, 2, "<null>"}};
+  CUStringMac string = FromUnits(u"a\u00e9");
+  for (Case const& test : cases) {
+    Pointer const part = string.SubString(test.start, test.length);
+    EXPECT_EQ(Utf8(part), test.expected) << test.start << "+" << test.length;
+    EXPECT_EQ(part == nullptr, test.expected == "<null>");
+  }
+  EXPECT_EQ(Utf8(string.SubString(1)), "\u00e9");
+  EXPECT_EQ(Utf8(string.SubString(2)), "");
+  for (int start : {3, -1, INT_MAX, INT_MIN}) EXPECT_EQ(string.SubString(start), nullptr) << start;
+}
+
+TEST(CUStringMac, FormatsLikePrintf) {
+  EXPECT_EQ(FormatTwice("%s-%05d-%%-%.2f", "\u00e9", 42, 1.5),
+            "\u00e9-00042-%-1.50|\u00e9-00042-%-1.50");
+  EXPECT_EQ(FormatTwice("\u3042"), "\u3042|\u3042");
+  EXPECT_EQ(FormatTwice(""), "|");
+  std::string const text(100000, 'x');
+  Pointer const length = CUStringMac::CreateWithFormat(Make("%s%*d"), text.c_str(), 50000, 7);
+  EXPECT_EQ(Utf8(length), text + std::string(49999, ' ') + "7");
+
+  EXPECT_EQ(CUStringMac::CreateWithFormat(Pointer(), 1), nullptr);
+  EXPECT_EQ(CUStringMac::CreateWithFormat(new CUStringMac(Null()), 1), nullptr);
+  // The C library refuses these; what it makes of an unknown conversion is its own.
+  EXPECT_EQ(CUStringMac::CreateWithFormat(Make("50%")), nullptr);
+  EXPECT_EQ(CUStringMac::CreateWithFormat(Make("%lc"), 0x7FFFFFFF), nullptr);
+  EXPECT_EQ(Utf8(CUStringMac::CreateWithFormat(Make("a%!b"))).front(), 'a');
+  // Text of which no string can be made gives the null string, in a pointer that is not null.
+  Pointer const undecodable = CUStringMac::CreateWithFormat(Make("%s"), "\xFF");
+  ASSERT_NE(undecodable, nullptr);
+  EXPECT_TRUE(IsNull(*undecodable));
+}
+
+TEST(TextBuilder, JoinsPiecesOfBothWidths) {
+  TextBuilder builder;
+  EXPECT_EQ(Utf8(builder.Text()), "");
+  CUStringMac wide("\u00e9", CUString_CharCode_UTF8);
+  for (int i = 0; i < 2; ++i) {
+    builder.Append("ab");
+    builder.Append(static_cast<CFStringRef>(nullptr));
+    builder.Append(static_cast<CFStringRef>(wide));
+  }
+  EXPECT_EQ(Utf8(builder.Text()), "ab\u00e9ab\u00e9");
+}
+
+TEST(CUStringMac, GivesUpCleanlyWhenMemoryRunsOut) {
+  auto const work = [] {
+    CUStringMac path("/\u00e9/b.c", CUString_CharCode_UTF8);
+    CUStringMac sum = path + path;
+    CUStringMac result;
+    path.PathAppend(sum, result);
+    path.PathGetFileNameNoExtension(result);
+    CUSharedPtr<CUArray> components;
+    path.PathComponents(&components);
+    Pointer const part = path.SubString(1);
+    Pointer const description = path.Description();
+    CUStringMac::CreateWithFormat(Make("%s%d"), "\u00e9", 1);
+    TextBuilder builder;
+    builder.Append(static_cast<CFStringRef>(result));
+    builder.Append(Utf8(*builder.Text()).c_str());
+  };
+  work();  // makes what is made once a process, and must not fail
+  EXPECT_GT(FailEachAllocation(work, [] {}), 10);
+}
