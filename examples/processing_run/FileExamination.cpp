@@ -1,0 +1,97 @@
+#include "FileExamination.h"
+
+#include <algorithm>
+
+#include "FolderListing.h"
+#include "TypeGuess.h"
+#include "VisibleText.h"
+
+namespace {
+
+constexpr unsigned long long kPortionSize = 1024 * 1024;
+constexpr std::size_t kBlockSize = 64 * 1024;
+
+std::string ReasonOf(unsigned int errorCode, std::string const& path) {
+  switch (errorCode) {
+    case CUError_FileNotFound:
+      return "is not there any more";
+    case CUError_NotSupported:
+      return "has become a folder";
+    default: {
+      std::string const reason = WhyUnreadable(path);
+      return reason.empty() ? "the system refuses to open it" : "cannot be opened: " + reason;
+    }
+  }
+}
+
+}  // namespace
+
+FileExamination::FileExamination(ProgressBar& bar, Failures& failures)
+    : m_bar(bar), m_failures(failures), m_block(kBlockSize) {}
+
+CUSharedPtr<Finding> FileExamination::Examine(CUSharedPtr<CUStringMac> path) {
+  CUSharedPtr<CUFileStream> file;
+  try {
+    file = new CUFileStream(path, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
+  } catch (unsigned int errorCode) {
+    std::string const text = Utf8Of(*path);
+    m_failures.Add(text, ReasonOf(errorCode, text));
+    return nullptr;
+  }
+  return ExamineOpened(*path, file);
+}
+
+CUSharedPtr<Finding> FileExamination::ExamineOpened(CUStringMac& path,
+                                                    CUSharedPtr<CUFileStream> file) {
+  unsigned long long const length = file->Length();
+  std::string type = "empty";
+  if (length != 0) {
+    _CURange range = {0, std::min(length, kTypeGuessSize)};
+    CUSharedPtr<CUMemoryStream> const head = CUMemoryStream::CreateMemoryStreamPtr(file, range);
+    if (head == nullptr) {
+      AddBrokenOff(path, 0, length);
+      return nullptr;
+    }
+    type = GuessType(*head);
+  }
+
+  Checksum checksum;
+  for (unsigned long long start = 0; start < length;) {
+    _CURange const portion = {start, std::min(length - start, kPortionSize)};
+    file->SetReadaleRange(portion);
+    unsigned long long const bytesRead = ReadPortion(*file, start, checksum);
+    start += bytesRead;
+    if (bytesRead != portion.length) {
+      AddBrokenOff(path, start, length);
+      return nullptr;
+    }
+  }
+  return new Finding(path, length, type, checksum.Sum());
+}
+
+// Asks for block after block until nothing comes: where the portion ends is the readable range's
+// business.
+unsigned long long FileExamination::ReadPortion(CUStream& stream, unsigned long long start,
+                                                Checksum& checksum) {
+  unsigned long long total = 0;
+  while (true) {
+    unsigned long long const got =
+        stream.Read(m_block.data(), m_block.size(), static_cast<long long>(start + total),
+                    CUStream_Seek_Origin_Begin);
+    if (got == 0) return total;
+    checksum.Add(m_block.data(), got);
+    m_bar.AddBytes(got);
+    total += got;
+  }
+}
+
+// A stream keeps the length of its opening, so the present one is asked of another.
+void FileExamination::AddBrokenOff(CUStringMac& path, unsigned long long bytesRead,
+                                   unsigned long long length) {
+  CUFileStream again(&path, CUStream_FileMode_Open, CUStream_FileAccess_Read, true);
+  bool const shorter = again.CanRead() && again.Length() < length;
+  m_failures.Add(
+      Utf8Of(path),
+      std::string(shorter ? "became shorter while it was read" : "cannot be read to its end") +
+          ": " + std::to_string(bytesRead) + " of " + std::to_string(length) + " bytes came");
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+// The walk through the given paths, which finds the files of a run.
+
+#include <QuillmereLib/QuillmereLib.h>
+
+#include <string>
+#include <vector>
+
+#include "Failures.h"
+
+struct WalkResult {
+  CUSharedPtr<CUMutableArray> files;  // their paths, as strings, folder by folder
+  unsigned long long bytes = 0;       // of all files
+  unsigned long linksToFolders = 0;   // met and not followed
+};
+
+// Finds every file at and under `paths`. What is neither file nor folder, or cannot be looked at,
+// becomes a failure, and the walk goes on.
+WalkResult WalkPaths(std::vector<std::string> const& paths, Failures& failures);

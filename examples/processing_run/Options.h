@@ -1,0 +1,25 @@
+#pragma once
+
+// What the command line asks for.
+
+#include <QuillmereLib/QuillmereLib.h>
+
+#include <string>
+#include <vector>
+
+#include "Finding.h"
+
+struct Options {
+  std::vector<std::string> paths;  // without trailing slashes; never empty
+  CUSharedPtr<CUStringMac> reportFile;
+  FindingKey sortKey = FindingKey::kName;
+  bool descending = false;
+  bool overwrite = false;
+  bool help = false;
+};
+
+// Fills `options`, with the defaults for what is not given. Returns what is wrong with the command
+// line, or an empty text.
+std::string ParseOptions(int argc, char const* const* argv, Options& options);
+
+extern char const* const kHelpText;

@@ -1,0 +1,15 @@
+#pragma once
+
+// What a run shows on standard output.
+
+#include <QuillmereLib/QuillmereLib.h>
+
+#include <string>
+
+#include "Report.h"
+
+// The given path with its components and names.
+void PrintGivenPath(std::string const& path);
+
+// The findings in aligned columns, and a line that sums them up.
+void PrintTable(RunResult const& result, std::size_t failureCount);

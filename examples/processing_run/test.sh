@@ -1,0 +1,256 @@
+# Runs processing_run, given as the only argument, over folders made for the purpose.
+# Prints what is wrong, a line each, and fails if there is any.
+
+program=$1
+room=$(mktemp -d) || exit 1
+trap 'rm -rf "$room"' EXIT
+trap 'exit 1' HUP INT TERM
+chmod 755 "$room"
+cd "$room" || exit 1
+export LC_ALL=C.UTF-8
+problems=0
+tab=$(printf '\t')
+escape=$(printf '\033')
+return=$(printf "\r")
+
+wrong() {
+  printf 'WRONG: %s\n' "$*"
+  problems=$((problems + 1))
+}
+
+# run STATUS ARGUMENT...: the outputs go to the files out and err.
+run() {
+  wanted=$1
+  shift
+  timeout 60 "$program" "$@" >out 2>err
+  got=$?
+  [ $got -eq "$wanted" ] || { wrong "status $got instead of $wanted: $*"; cat err; }
+}
+
+# has FILE LINE: exactly this line stands in the file once.
+has() { [ "$(grep -cFx -e "$2" "$1")" = 1 ] || { wrong "$1 lacks: $2"; cat -A "$1"; } }
+
+# Multiplies the sum by the prime to the power $1: what as many zero bytes do to it. Modulo 2^64,
+# as the shell counts.
+sum_zeros() {
+  count=$1 factor=1099511628211
+  while [ "$count" -gt 0 ]; do
+    [ $((count % 2)) -eq 0 ] || sum=$((sum * factor))
+    factor=$((factor * factor)) count=$((count / 2))
+  done
+}
+
+# --- An exact run: components, columns of non-ASCII names, known sums, the report.
+mkdir plain plain/sub.d
+printf foobar >plain/äöü.txt
+printf a >plain/sub.d/abcdef
+: >plain/.hidden
+run 0 plain/
+[ ! -s err ] || wrong "stderr of a good run: $(cat err)"
+cat >wanted <<'END'
+plain
+  components  plain
+  folder      .
+  name        plain
+  less ext.   plain
+  extension   
+33 %, 1 of 3 files
+66 %, 2 of 3 files
+100 %, 3 of 3 files
+
+Name     Ext.     Type   Size  FNV-1a            Folder
+.hidden  .hidden  empty     0  cbf29ce484222325  plain
+abcdef            text      1  af63dc4c8601ec8c  plain/sub.d
+äöü.txt  .txt     text      6  85944171f73967e8  plain
+
+files 3, bytes 7, links to folders not followed 0, failures 0
+Report: ./processing_report.txt
+END
+grep -v ' %, ' wanted >wanted.table
+grep -v ' %, ' out | diff wanted.table - || wrong "table"
+has out "100 %, 3 of 3 files"
+cat >wanted <<END
+processing_run report, format 1
+given	plain
+files	3
+bytes	7
+links to folders, not followed	0
+failures	0
+
+name	name without extension	extension	type	size	fnv1a64	folder
+.hidden		.hidden	empty	0	cbf29ce484222325	plain
+abcdef	abcdef		text	1	af63dc4c8601ec8c	plain/sub.d
+äöü.txt	äöü	.txt	text	6	85944171f73967e8	plain
+
+end of report
+END
+diff wanted processing_report.txt || wrong "report"
+
+# --- Orders, and types. An earlier report may be replaced.
+mkdir types
+printf '\177ELF\1' >types/e
+printf '\037\213\010' >types/g
+printf '\211PNG\r\n\032\n' >types/p
+printf '\0\0\0\030ftypqt  ' >types/m
+printf 'a\0b' >types/d
+printf '%063d\303\244' 0 >types/t   # the slice ends inside the last character
+printf '\303\244\303' >types/z      # the file does: no text
+for order in 'name e:ELF g:gzip m:MP4 p:PNG t:text' 'size g:gzip e:ELF p:PNG m:MP4 t:text' \
+    'type e:ELF m:MP4 p:PNG g:gzip t:text'; do
+  key=${order%% *}
+  run 0 --sort "$key" types
+  got=$(awk -F"$tab" 'NF == 7 && $4 != "data" && $1 != "name" {printf " %s:%s", $1, $4}' \
+    processing_report.txt)
+  [ "$key$got" = "$order" ] || wrong "sorted by $key: $got"
+done
+grep -q "^d.*data" processing_report.txt && grep -q "^z.*data" processing_report.txt ||
+  wrong "data taken for something else"
+run 0 --sort=size --descending --report-file=down types
+[ "$(sed -n 9p down | cut -f 1)" = t ] || wrong "descending"
+
+# --- A file of several portions, with a different byte at each end: the sum of its zeroes is known.
+mkdir big
+zeros=$((2 * 1024 * 1024 + 70000))
+{ printf x; head -c $zeros /dev/zero; printf y; } >big/portions
+sum=-3750763034362895579
+sum=$(((sum ^ 120) * 1099511628211))
+sum_zeros $zeros
+sum=$(((sum ^ 121) * 1099511628211))
+run 0 big
+grep -q "$tab$((zeros + 2))$tab$(printf %016x $sum)$tab" processing_report.txt ||
+  wrong "sum of several portions"
+
+# --- Troubles: one line each, and the run goes on.
+mkdir odd odd/folder
+printf foobar >odd/good
+printf a >"odd/line
+break${tab}and${escape}[31m \\ back"
+printf a >"odd/$(printf '\377bad')"
+printf a >"odd/$(printf '\342\200\256turned')"
+mkfifo odd/fifo
+ln -s nowhere odd/dangling
+ln -s good odd/link
+ln -s .. odd/folder/loop
+run 1 odd missing odd/folder/loop ''
+has err 'processing_run: odd/fifo: skipped, a FIFO and not a file'
+has err 'processing_run: odd/dangling: a link that leads nowhere: No such file or directory'
+has err 'processing_run: odd/\xffbad: skipped, its name is not plain UTF-8'
+has err 'processing_run: missing: No such file or directory'
+has err 'processing_run: odd/folder/loop: skipped, a link to a folder is not followed; name the folder'
+has err 'processing_run: "": No such file or directory'
+[ "$(wc -l <err)" -eq 6 ] || wrong "lines on stderr: $(cat err)"
+has processing_report.txt "files${tab}4"
+has processing_report.txt "failures${tab}6"
+has processing_report.txt "links to folders, not followed${tab}2"
+grep -qF 'line\nbreak\tand\u{1b}[31m \\ back' processing_report.txt || wrong "name with controls"
+grep -qF '\u{202e}turned' processing_report.txt || wrong "name that turns the direction"
+grep -q "^link${tab}.*${tab}85944171f73967e8${tab}odd$" processing_report.txt || wrong "link"
+grep -q "$escape" out err processing_report.txt && wrong "raw escape character"
+tail -n 1 processing_report.txt | grep -qx 'end of report' || wrong "end of the report"
+
+# --- Folders deeper than a path can tell.
+segment=$(printf '%0200d' 0)
+mkdir deep
+(cd deep && for level in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22; do
+  mkdir $segment && cd -P $segment 2>/dev/null || break
+done)
+printf a >deep/$segment/near
+run 1 deep
+[ "$(wc -l <err)" -eq 1 ] && grep -q ': File name too long$' err || wrong "deep: $(cat err)"
+grep -q ^near processing_report.txt || wrong "the file beside a deep folder"
+
+# --- A file that shrinks while it is read.
+mkdir shrinking
+truncate -s 16G shrinking/film
+timeout 60 "$program" shrinking >out 2>err &
+running=$!
+tries=0
+until ls -l /proc/[0-9]*/fd 2>/dev/null | grep -qF "$room/shrinking/film"; do
+  tries=$((tries + 1))
+  [ $tries -lt 200 ] || break
+  sleep 0.05
+done
+truncate -s 1000 shrinking/film
+wait $running
+[ $? -eq 1 ] || wrong "status of the run with the shrinking file"
+grep -q '^processing_run: shrinking/film: became shorter while it was read: [0-9]* of 17179869184 bytes came$' \
+  err || wrong "shrinking: $(cat err)"
+
+# --- A file and a folder without permission; root is asked to become nobody.
+mkdir closed closed/locked
+printf a >closed/open
+printf a >closed/secret
+printf a >closed/locked/inside
+chmod 0 closed/secret closed/locked
+become=
+[ "$(id -u)" -ne 0 ] || become='setpriv --reuid=65534 --regid=65534 --clear-groups'
+mkdir theirs
+chmod 777 theirs
+if $become "$program" --help >/dev/null 2>err; then
+  $become "$program" --report-file theirs/report closed >out 2>err
+  [ $? -eq 1 ] || wrong "status without permission"
+  has err 'processing_run: closed/secret: cannot be opened: Permission denied'
+  has err 'processing_run: closed/locked: cannot be listed: Permission denied'
+  has theirs/report "failures${tab}2"
+  has theirs/report "files${tab}1"
+  if command -v script >/dev/null; then
+    TERM=xterm script -qec "$become $program --report-file theirs/report closed" /dev/null \
+      >out </dev/null
+    grep -qF "${return}${escape}[Kprocessing_run: closed/secret" out || wrong "a failure beside the bar"
+  fi
+else
+  echo "not tested: files without permission ($(cat err))"
+fi
+chmod 700 closed/locked
+
+# --- The report never replaces a file of someone else's, unless it is asked to.
+printf 'my letter\n' >letter
+printf 'processing_run report, format 1' >almost
+mkdir folder
+for place in letter almost folder nowhere/report; do
+  run 2 --report-file $place plain
+  [ "$(wc -l <err)" -eq 1 ] && [ ! -s out ] || wrong "refusal of $place: $(cat err out)"
+done
+has letter 'my letter'
+has err 'processing_run: nowhere/report: the report cannot go here, there is no such folder'
+run 0 --overwrite --report-file letter plain
+tail -n 1 letter | grep -qx 'end of report' || wrong "overwritten"
+run 0 --report-file letter types
+run 0 --report-file letter plain
+diff wanted letter || wrong "a report over a longer one"
+
+# --- Outputs that cannot be written.
+if [ -c /dev/full ]; then
+  "$program" plain >/dev/full 2>err
+  [ $? -eq 1 ] || wrong "status with a full standard output"
+  has err 'processing_run: standard output could not be written'
+fi
+(trap '' XFSZ && ulimit -f 1 && exec "$program" --report-file limited plain plain plain plain plain \
+  plain plain plain plain plain plain >/dev/null 2>&1)
+[ $? -eq 1 ] || wrong "status with a report that does not fit"
+[ ! -f limited ] || ! grep -q 'end of report' limited || wrong "a report that cannot be complete"
+
+# --- Usage.
+run 0 --help
+grep -q '^Usage: processing_run' out || wrong "help"
+for arguments in --unknown -x '--sort colour' --sort --report-file= --overwrite=1; do
+  run 2 $arguments
+  [ "$(wc -l <err)" -eq 1 ] && [ ! -s out ] || wrong "usage $arguments: $(cat err out)"
+done
+printf a >./--sort
+run 0 -- --sort
+grep -q "^--sort$tab" processing_report.txt || wrong "a path that looks like an option"
+
+# --- On a terminal: a bar, and nothing raw from names.
+if command -v script >/dev/null; then
+  TERM=xterm script -qec "$program odd" /dev/null >out </dev/null
+  grep -qF '[###' out || wrong "no bar on a terminal"
+  grep -qF 'and\u{1b}[31m' out || wrong "the table on a terminal"
+  grep -qF "${escape}[31m" out && wrong "raw escape character on a terminal"
+  grep -qF ' of 4 files' out || wrong "count beside the bar"
+else
+  echo "not tested: the bar, as there is no script program"
+fi
+
+[ $problems -eq 0 ] && echo "all as it should be"
+exit $((problems != 0))
