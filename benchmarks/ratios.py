@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Sets the library's medians beside those of its peers.
+
+Give it the results of the benchmark programs:
+
+    bench_core --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true \\
+               --benchmark_out=core.json --benchmark_out_format=json
+    ratios.py core.json ...
+
+Prints a table in Markdown: for every case and peer the ratio of the medians (below 1 the library is
+faster) and, where one is set, the limit. The exit status is 1 if a limit is missed. Only ratios
+within one run mean anything: machines change their pace by more than any of these differences.
+"""
+
+import json
+import re
+import sys
+
+# Case, peer and the greatest ratio to it. The first match counts.
+LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer, limit in [
+    (r"core/pointer_.*", r"boost_intrusive_ptr", 1.05),
+    (r"core/lock.*", r"std_recursive_mutex", 1.3),
+    (r"core/event_ping_pong", r"pthread_cond", 1.1),
+    (r"strings/(from_utf8|copy|to_utf8|round_trip)_.*", r"qstring", 1.0),
+    (r"strings/(order|sort)_.*", r"icu_utf8", 1.15),
+    (r"strings/(order|sort)_.*", r"qcollator", 1.0),
+    (r"strings/equal_.*", r"memcmp", 2.0),
+    (r"strings/find_.*", r"icu_(kept_collator|by_locale)", 0.5),
+    (r"paths/.*", r"qfileinfo|qdir|qstring_split|std_path", 1.0),
+    (r"collections/.*", r"std_vector", 1.1),
+    (r"streams/(read|write)_.*", r"pread_pwrite", 1.1),
+    (r"streams/grow_.*", r"ftruncate_pwrite", 1.3),
+]]
+
+
+def limit_for(case, peer):
+    for case_pattern, peer_pattern, limit in LIMITS:
+        if case_pattern.match(case) and peer_pattern.match(peer):
+            return limit
+    return None
+
+
+def read_medians(paths):
+    """The medians in nanoseconds: {case: {peer: time}}. Processor time, unless a case is marked as
+    one whose threads wait for each other."""
+    cases = {}
+    for path in paths:
+        with open(path, encoding="utf-8") as file:
+            entries = json.load(file)["benchmarks"]
+        for entry in entries:
+            if entry.get("aggregate_name") != "median":
+                continue
+            if entry.get("error_occurred"):
+                sys.exit(f"{entry['name']}: {entry['error_message']}")
+            theme, case, peer, *marks = entry["run_name"].split("/")
+            time = entry["real_time" if "real_time" in marks else "cpu_time"]
+            cases.setdefault(f"{theme}/{case}", {})[peer] = time
+    return cases
+
+
+def main(paths):
+    missed = 0
+    print("| Case | ns | Peer | ns | Ratio | Limit | |")
+    print("|---|---:|---|---:|---:|---:|---|")
+    for case, times in sorted(read_medians(paths).items()):
+        ours = times.pop("quillmere")
+        for peer, time in sorted(times.items()):
+            ratio = ours / time
+            limit = limit_for(case, peer)
+            is_missed = limit is not None and ratio > limit
+            missed += is_missed
+            print(f"| {case} | {ours:.4g} | {peer} | {time:.4g} | {ratio:.2f} "
+                  f"| {'' if limit is None else limit} | {'missed' if is_missed else ''} |")
+    return 1 if missed else 0
+
+
+if __name__ == "__main__":
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    sys.exit(main(sys.argv[1:]))
