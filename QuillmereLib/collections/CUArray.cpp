@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <stdexcept>
 
 #include "QuillmereLib/strings/CUNewline.h"
 #include "QuillmereLib/strings/CUStringMac.h"
@@ -119,13 +118,6 @@ CUSharedPtr<CUArray> CUArray::SortedArrayUsingDescriptor(CUSharedPtr<CUSortDescr
 }
 
 CUMutableArray::~CUMutableArray() = default;
-
-void CUMutableArray::AddObject(CUSharedPtr<CUObject> object) {
-  try {
-    GetInternalArray()->push_back(std::move(object));
-  } catch (std::length_error const&) {
-  }
-}
 
 void CUMutableArray::AddObjectsFromArray(CUSharedPtr<CUArray> source) {
   if (source == nullptr) return;

@@ -2,6 +2,7 @@
 
 // CUArray, the ordered collection of objects, and CUMutableArray, which can be changed.
 
+#include <stdexcept>
 #include <vector>
 
 #include "QuillmereLib/collections/CUSortDescriptor.h"
@@ -59,7 +60,12 @@ class QUILLMERE_API CUMutableArray : public CUArray {
   ~CUMutableArray() override;
 
   // Appends, a null pointer too. Beyond the greatest possible size the object is dropped silently.
-  void AddObject(CUSharedPtr<CUObject> object);
+  void AddObject(CUSharedPtr<CUObject> object) {
+    try {
+      GetInternalArray()->push_back(std::move(object));
+    } catch (std::length_error const&) {
+    }
+  }
 
   // Appends the elements that `source` has at the call; given the array itself, it doubles.
   void AddObjectsFromArray(CUSharedPtr<CUArray> source);

@@ -9,19 +9,25 @@
 
 CUResult CUStringMac::PathComponents(CUSharedPtr<CUArray>* components) {
   if (components == nullptr || m_string == nullptr) return CUResult_Failed;
-  CFIndex end = CFStringGetLength(m_string);
-  CUStringMac const root("/", CUString_CharCode_UTF8);
   CUSharedPtr<CUMutableArray> const array = new CUMutableArray;
+  // Each piece is nobody else's: a constant, or lent by a list that ends with this operation.
+  auto const add = [&array](void const* piece) {
+    CUSharedPtr<CUStringMac> const component = new CUStringMac(nullptr, Adopted::yes);
+    component->m_string = static_cast<CFStringRef>(CFRetain(piece));
+    array->AddObject(component);
+  };
 
+  CFIndex end = CFStringGetLength(m_string);
+  CUStringMac const root(CFSTR("/"), Adopted::yes);  // constants are not counted
   if (*this == root) {
-    array->AddObject(new CUStringMac(CFSTR("/")));
+    add(CFSTR("/"));
   } else if (end == 0) {
-    array->AddObject(new CUStringMac);
+    add(CFSTR(""));
   } else {
     CFIndex start = 0;
     CFRange const first = CFStringFind(m_string, CFSTR("/"), 0);
     if (first.length > 0 && first.location == 0) {
-      array->AddObject(new CUStringMac(CFSTR("/")));
+      add(CFSTR("/"));
       start = 1;
     }
     CFRange const last = CFStringFind(m_string, CFSTR("/"), kCFCompareBackwards);
@@ -34,10 +40,8 @@ CUResult CUStringMac::PathComponents(CUSharedPtr<CUArray>* components) {
         CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, working.Get(), CFSTR("/")));
     if (!pieces) return CUResult_Failed;
     CFIndex const count = CFArrayGetCount(pieces.Get());
-    for (CFIndex i = 0; i < count; ++i) {
-      array->AddObject(
-          new CUStringMac(static_cast<CFStringRef>(CFArrayGetValueAtIndex(pieces.Get(), i))));
-    }
+    array->GetInternalArray()->reserve(array->Count() + static_cast<std::size_t>(count));
+    for (CFIndex i = 0; i < count; ++i) add(CFArrayGetValueAtIndex(pieces.Get(), i));
   }
   *components = array;
   return CUResult_Success;

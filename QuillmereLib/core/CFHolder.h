@@ -15,6 +15,13 @@ class CFHolder {
   Ref Get() const { return m_object; }
   explicit operator bool() const { return m_object != nullptr; }
 
+  // Hands the reference to the caller.
+  Ref Release() {
+    Ref const object = m_object;
+    m_object = nullptr;
+    return object;
+  }
+
   // Lets the object go and owns `object` from here on.
   void Reset(Ref object) {
     if (m_object != nullptr) CFRelease(m_object);

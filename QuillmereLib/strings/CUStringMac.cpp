@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "QuillmereLib/core/CFHolder.h"
 
@@ -79,7 +80,11 @@ unsigned int CUStringMac::ConvertCharCode(_CUString_CharCode code) {
   return kCFStringEncodingUTF8;
 }
 
-CUSharedPtr<CUStringMac> CUStringMac::Description() { return new CUStringMac(*this); }
+CUSharedPtr<CUStringMac> CUStringMac::Description() {
+  CUSharedPtr<CUStringMac> const copy = new CUStringMac(*this);
+  if (m_string != nullptr && copy->m_string == nullptr) throw std::bad_alloc();
+  return copy;
+}
 
 CUResult CUStringMac::GetString(char* buffer, _CUString_CharCode code, unsigned int& size) {
   if (m_string == nullptr) return CUResult_Failed;
@@ -148,10 +153,12 @@ CUSharedPtr<CUStringMac> CUStringMac::SubString(int start, int length) {
   if (Length() < static_cast<unsigned int>(start) + static_cast<unsigned int>(length)) {
     return nullptr;
   }
-  CFHolder<CFStringRef> const part(
+  CFHolder<CFStringRef> part(
       CFStringCreateWithSubstring(kCFAllocatorDefault, m_string, CFRangeMake(start, length)));
   if (!part) return nullptr;
-  return new CUStringMac(part.Get());
+  CUSharedPtr<CUStringMac> const result = new CUStringMac(nullptr, Adopted::yes);
+  result->m_string = part.Release();
+  return result;
 }
 
 CUSharedPtr<CUStringMac> CUStringMac::SubString(int start) {
@@ -165,10 +172,10 @@ CUStringMac CUStringMac::operator+(CUStringMac const& other) {
   CFHolder<CFArrayRef> const both(
       CFArrayCreate(kCFAllocatorDefault, values, 2, &kCFTypeArrayCallBacks));
   if (!both) return CUStringMac();
-  CFHolder<CFStringRef> const combined(
-      CFStringCreateByCombiningStrings(kCFAllocatorDefault, both.Get(), CFSTR("")));
-  if (!combined) return CUStringMac();
-  return CUStringMac(combined.Get());
+  CFStringRef const combined =
+      CFStringCreateByCombiningStrings(kCFAllocatorDefault, both.Get(), CFSTR(""));
+  if (combined == nullptr) return CUStringMac();
+  return CUStringMac(combined, Adopted::yes);
 }
 
 // Letting go comes first and stays first: a string that is assigned to itself becomes null.

@@ -154,6 +154,13 @@ class QUILLMERE_API CUStringMac : public virtual CUObject {
   static CUResult GetUnicodeFileName(CUSharedPtr<CUStringMac> name, HFSUniStr255* result);
 
  private:
+  // Takes over `string`, a platform string that nothing else refers to, with its reference.
+  enum class Adopted { yes };
+  CUStringMac(__CFString const* string, Adopted) : m_string(string), m_utf8Buffer(nullptr) {}
+
+  // Stores units of `text` in `result`; false, with `result` as it was, where there are none.
+  static bool AssignPart(__CFString const* text, long start, long length, CUStringMac& result);
+
   __CFString const* m_string;  // owned reference, or null
   char* m_utf8Buffer;          // owned, from malloc, or null
 };

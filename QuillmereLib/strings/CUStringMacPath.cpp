@@ -20,23 +20,39 @@ CFIndex FindLast(CFStringRef text, CFStringRef wanted) {
   return found.length < 1 ? kCFNotFound : found.location;
 }
 
-CFStringRef CreatePart(CFStringRef text, CFIndex start, CFIndex length) {
-  return CFStringCreateWithSubstring(kCFAllocatorDefault, text, CFRangeMake(start, length));
-}
+// The text that an operation goes on with: a path as it is, or less its last character.
+class WorkingText {
+ public:
+  void Lend(CFStringRef text) { m_text = text; }
 
-// Stores the part in `result`; false, with `result` as it was, where there is none.
-bool AssignPart(CFStringRef text, CFIndex start, CFIndex length, CUStringMac& result) {
-  CFHolder<CFStringRef> const part(CreatePart(text, start, length));
-  if (!part) return false;
-  result = CUStringMac(part.Get());
-  return true;
-}
+  // False when memory runs out.
+  bool CutLast(CFStringRef text) {
+    m_cut.Reset(CFStringCreateWithSubstring(kCFAllocatorDefault, text,
+                                            CFRangeMake(0, CFStringGetLength(text) - 1)));
+    m_text = m_cut.Get();
+    return m_text != nullptr;
+  }
+
+  CFStringRef Get() const { return m_text; }
+
+ private:
+  CFStringRef m_text = nullptr;
+  CFHolder<CFStringRef> m_cut{nullptr};
+};
 
 struct FreeUnits {
   void operator()(UniChar* units) const { std::free(units); }
 };
 
 }  // namespace
+
+bool CUStringMac::AssignPart(CFStringRef text, CFIndex start, CFIndex length, CUStringMac& result) {
+  CFStringRef const part =
+      CFStringCreateWithSubstring(kCFAllocatorDefault, text, CFRangeMake(start, length));
+  if (part == nullptr) return false;
+  result = CUStringMac(part, Adopted::yes);
+  return true;
+}
 
 CUResult CUStringMac::PathAppend(CUStringMac const& component, CUStringMac& result) {
   if (m_string == nullptr) return CUResult_Failed;
@@ -45,25 +61,25 @@ CUResult CUStringMac::PathAppend(CUStringMac const& component, CUStringMac& resu
   void const* values[] = {m_string, tail};
   CFHolder<CFArrayRef> const both(CFArrayCreate(kCFAllocatorDefault, values, 2, nullptr));
   if (!both) return CUResult_Failed;
-  CFHolder<CFStringRef> const path(
-      CFStringCreateByCombiningStrings(kCFAllocatorDefault, both.Get(), separator));
-  if (!path) return CUResult_Failed;
-  result = CUStringMac(path.Get());
+  CFStringRef const path =
+      CFStringCreateByCombiningStrings(kCFAllocatorDefault, both.Get(), separator);
+  if (path == nullptr) return CUResult_Failed;
+  result = CUStringMac(path, Adopted::yes);
   return CUResult_Success;
 }
 
 CUResult CUStringMac::PathRemoveLastComponent(CUStringMac& result) {
   if (m_string == nullptr) return CUResult_Failed;
-  CFIndex length = CFStringGetLength(m_string);
+  WorkingText working;
   if (CFStringHasSuffix(m_string, CFSTR("/"))) {
-    if (length == 1) {
+    if (CFStringGetLength(m_string) == 1) {
       result = CUStringMac(*this);
       return CUResult_Success;
     }
-    --length;
+    if (!working.CutLast(m_string)) return CUResult_Failed;
+  } else {
+    working.Lend(m_string);
   }
-  CFHolder<CFStringRef> const working(CreatePart(m_string, 0, length));
-  if (!working) return CUResult_Failed;
 
   CFIndex const slash = FindLast(working.Get(), CFSTR("/"));
   if (slash == kCFNotFound) {
@@ -113,7 +129,7 @@ CUResult CUStringMac::PathGetExtension(CUStringMac& result) {
 
 CUResult CUStringMac::PathGetLastComponent(CUStringMac& result) {
   if (m_string == nullptr) return CUResult_Failed;
-  CUStringMac const root("/", CUString_CharCode_UTF8);
+  CUStringMac const root(CFSTR("/"), Adopted::yes);  // constants are not counted
   if (*this == root) {
     result = root;
     return CUResult_Success;
@@ -121,12 +137,13 @@ CUResult CUStringMac::PathGetLastComponent(CUStringMac& result) {
   CFIndex const length = CFStringGetLength(m_string);
   CFIndex slash = FindLast(m_string, CFSTR("/"));
   if (slash == kCFNotFound) return CUResult_Failed;
-  bool const trailing = slash == length - 1;
-  CFHolder<CFStringRef> const working(CreatePart(m_string, 0, trailing ? length - 1 : length));
-  if (!working) return CUResult_Failed;
-  if (trailing) {
+  WorkingText working;
+  if (slash == length - 1) {
+    if (!working.CutLast(m_string)) return CUResult_Failed;
     slash = FindLast(working.Get(), CFSTR("/"));
     if (slash == kCFNotFound) return CUResult_Failed;
+  } else {
+    working.Lend(m_string);
   }
   // The length is that of the whole string, so after a trailing slash the part reaches one unit
   // past the end of the working text, where the platform cuts it off.

@@ -30,12 +30,26 @@ bool StandsAt(CFStringRef string, CFIndex location, CFStringRef wanted) {
   return true;
 }
 
+// The one unit of a string of length 1.
+UniChar SingleUnit(CFStringRef string) { return Units(string)[0]; }
+
+CFIndex Location(CFStringRef string, void const* found) {
+  return found == nullptr ? kCFNotFound : static_cast<char const*>(found) - string->Narrow();
+}
+
 CFIndex FindForwards(CFStringRef string, CFIndex start, CFStringRef wanted) {
-  if (!string->wide && !wanted->wide) {
-    void const* const found =
-        memmem(string->Narrow() + start, static_cast<std::size_t>(string->length - start),
-               wanted->Narrow(), static_cast<std::size_t>(wanted->length));
-    return found == nullptr ? kCFNotFound : static_cast<char const*>(found) - string->Narrow();
+  std::size_t const left = static_cast<std::size_t>(string->length - start);
+  if (!string->wide && wanted->wide) return kCFNotFound;
+  if (!string->wide) {
+    char const* const from = string->Narrow() + start;
+    return Location(string, wanted->length == 1 ? std::memchr(from, *wanted->Narrow(), left)
+                                                : memmem(from, left, wanted->Narrow(),
+                                                         static_cast<std::size_t>(wanted->length)));
+  }
+  if (wanted->length == 1) {
+    UniChar const* const end = string->Wide() + string->length;
+    UniChar const* const found = std::find(string->Wide() + start, end, SingleUnit(wanted));
+    return found == end ? kCFNotFound : found - string->Wide();
   }
   for (CFIndex at = start; at <= string->length - wanted->length; ++at) {
     if (StandsAt(string, at, wanted)) return at;
@@ -44,10 +58,16 @@ CFIndex FindForwards(CFStringRef string, CFIndex start, CFStringRef wanted) {
 }
 
 CFIndex FindBackwards(CFStringRef string, CFStringRef wanted) {
-  if (!string->wide && !wanted->wide && wanted->length == 1) {
-    void const* const found =
-        memrchr(string->Narrow(), *wanted->Narrow(), static_cast<std::size_t>(string->length));
-    return found == nullptr ? kCFNotFound : static_cast<char const*>(found) - string->Narrow();
+  if (!string->wide && wanted->wide) return kCFNotFound;
+  if (wanted->length == 1) {
+    if (!string->wide) {
+      return Location(string, memrchr(string->Narrow(), *wanted->Narrow(),
+                                      static_cast<std::size_t>(string->length)));
+    }
+    UniChar const unit = SingleUnit(wanted);
+    CFIndex at = string->length - 1;
+    while (at >= 0 && string->Wide()[at] != unit) --at;
+    return at;  // kCFNotFound below the first
   }
   for (CFIndex at = string->length - wanted->length; at >= 0; --at) {
     if (StandsAt(string, at, wanted)) return at;
@@ -75,14 +95,16 @@ CFStringRef CreatePart(CFStringRef string, CFIndex start, CFIndex length) {
 }  // namespace
 
 __CFString* AllocateString(CFIndex length, bool wide) {
-  std::size_t const unit = wide ? sizeof(UniChar) : 1;
-  if (length < 0 || static_cast<std::size_t>(length) > (SIZE_MAX / 4) / unit) return nullptr;
-  return MakeCFObject<__CFString>(static_cast<std::size_t>(length) * unit, length, wide);
+  if (length < 0 || length > PTRDIFF_MAX / 4) return nullptr;
+  std::size_t const size = static_cast<std::size_t>(length) << (wide ? 1 : 0);
+  return MakeCFObject<__CFString>(size, length, wide);
 }
 
 CFStringRef CreateNarrow(char const* text, CFIndex length) {
   __CFString* const string = AllocateString(length, false);
-  if (string != nullptr) std::memcpy(string->Narrow(), text, static_cast<std::size_t>(length));
+  if (string != nullptr && length != 0) {
+    std::memcpy(string->Narrow(), text, static_cast<std::size_t>(length));
+  }
   return string;
 }
 
@@ -102,10 +124,10 @@ CFStringRef CreateFromUnits(UniChar const* units, CFIndex length) {
   return string;
 }
 
-CFStringRef __CFStringMakeConstantString(char const* ascii) {
+CFStringRef __CFStringMakeConstantString(unsigned char* storage, char const* ascii) {
+  static_assert(sizeof(__CFString) <= __kCFStringHeadSize);
   std::size_t const length = std::strlen(ascii);
-  __CFString* const string = AllocateString(static_cast<CFIndex>(length), false);
-  if (string == nullptr) std::abort();  // a constant has no way to say so
+  auto* const string = new (storage) __CFString(static_cast<CFIndex>(length), false);
   std::memcpy(string->Narrow(), ascii, length);
   string->MakeImmortal();
   return string;

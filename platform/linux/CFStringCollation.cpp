@@ -6,9 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <map>
 #include <memory>
-#include <mutex>
 #include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "platform/linux/CFStringObject.h"
 #include "platform/linux/Handles.h"
@@ -17,10 +21,10 @@ namespace {
 
 constexpr UniChar kFirstPrintable = 0x20;
 constexpr UniChar kLastPrintable = 0x7E;
+constexpr int kAsciiCount = 0x80;
 
-// For each byte the class of printable ASCII characters that the collation takes as equal, named by
-// its first character; 0 for what plain search must not touch.
-using PlainClasses = std::array<char, 256>;
+// A small number for each ASCII character; 0 for those of which a table says nothing.
+using AsciiTable = std::array<UInt8, kAsciiCount>;
 
 // Without a set locale ICU answers with one that orders like code points. People expect an order of
 // words also there, which is that of no language.
@@ -38,81 +42,120 @@ CollatorHandle OpenCollator(UCollationStrength strength) {
   return U_SUCCESS(status) ? std::move(collator) : CollatorHandle();
 }
 
-// Whether a text of this collation can be read character by character: nothing is skipped, numbers
-// are no values, and no sequence of printable ASCII is a letter of its own (as "ch" is in Czech).
-bool ReadsByCharacter(UCollator* collator) {
+// The bytes by which the collator sorts one character, less the ending zero; empty for a character
+// that it ignores, and for one that makes more than one collation element.
+std::string SortKeyOfCharacter(UCollator* collator, UChar unit) {
   UErrorCode status = U_ZERO_ERROR;
-  if (ucol_getAttribute(collator, UCOL_ALTERNATE_HANDLING, &status) != UCOL_NON_IGNORABLE ||
-      ucol_getAttribute(collator, UCOL_NUMERIC_COLLATION, &status) != UCOL_OFF ||
-      ucol_getAttribute(collator, UCOL_CASE_LEVEL, &status) != UCOL_OFF) {
-    return false;
+  CollationElementsHandle const elements(ucol_openElements(collator, &unit, 1, &status));
+  if (U_FAILURE(status) || ucol_next(elements.Get(), &status) == UCOL_NULLORDER ||
+      ucol_next(elements.Get(), &status) != UCOL_NULLORDER) {
+    return {};
   }
+  char key[64];
+  int32_t const size =
+      ucol_getSortKey(collator, &unit, 1, reinterpret_cast<uint8_t*>(key), sizeof key);
+  return size <= 1 || size > 64 ? std::string() : std::string(key, static_cast<size_t>(size) - 1);
+}
+
+// Numbers the printable characters by the order of the collator, equal ones alike, from 1.
+AsciiTable NumberByOrder(UCollator* collator) {
+  std::map<std::string, std::vector<UChar>> byKey;
+  for (UChar unit = kFirstPrintable; unit <= kLastPrintable; ++unit) {
+    std::string key = SortKeyOfCharacter(collator, unit);
+    if (!key.empty()) byKey[std::move(key)].push_back(unit);
+  }
+  AsciiTable numbers = {};
+  UInt8 number = 0;
+  for (auto const& [key, units] : byKey) {
+    ++number;
+    for (UChar const unit : units) numbers[unit] = number;
+  }
+  return numbers;
+}
+
+// Forgets the characters that are part of a letter of several characters, as "c" and "h" are in
+// Czech: all of them in `anywhere`, and in `amongAscii` those whose other parts are ASCII as well.
+// False where that cannot be learned.
+bool ForgetContractions(UCollator* collator, AsciiTable& amongAscii, AsciiTable& anywhere) {
+  UErrorCode status = U_ZERO_ERROR;
   SetHandle const contractions(uset_openEmpty());
   ucol_getContractionsAndExpansions(collator, contractions.Get(), nullptr, true, &status);
-  if (U_FAILURE(status)) return false;
   for (int32_t i = 0, count = uset_getItemCount(contractions.Get()); i < count; ++i) {
-    UChar text[64];
+    UChar text[128];
     UChar32 first;
     UChar32 last;
-    int32_t const length = uset_getItem(contractions.Get(), i, &first, &last, text, 64, &status);
+    int32_t const length = uset_getItem(contractions.Get(), i, &first, &last, text, 128, &status);
     if (U_FAILURE(status)) return false;
-    bool const plain = std::all_of(text, text + length, [](UChar unit) {
-      return unit >= kFirstPrintable && unit <= kLastPrintable;
-    });
-    if (length >= 2 && plain) return false;
+    bool const ascii =
+        std::all_of(text, text + length, [](UChar unit) { return unit < kAsciiCount; });
+    for (UChar const* unit = text; unit != text + length; ++unit) {
+      if (*unit >= kAsciiCount) continue;
+      anywhere[*unit] = 0;
+      if (ascii) amongAscii[*unit] = 0;
+    }
   }
-  return true;
+  return U_SUCCESS(status);
 }
 
-// Reads the classes off the collation itself, by the sort keys of single characters. A character
-// whose key is longer than one element needs, or empty, gets none.
-PlainClasses ReadPlainClasses(UCollator* collator) {
-  PlainClasses classes = {};
-  if (collator == nullptr) return classes;
-  static bool const byCharacter = ReadsByCharacter(collator);  // at every strength alike
-  if (!byCharacter) return classes;
-  std::array<std::array<uint8_t, 32>, kLastPrintable + 1> keys = {};
-  for (UChar unit = kFirstPrintable; unit <= kLastPrintable; ++unit) {
-    int32_t const size = ucol_getSortKey(collator, &unit, 1, keys[unit].data(), 32);
-    UErrorCode status = U_ZERO_ERROR;
-    CollationElementsHandle const elements(ucol_openElements(collator, &unit, 1, &status));
-    bool const oneElement = U_SUCCESS(status) && size <= 32 &&
-                            ucol_next(elements.Get(), &status) != UCOL_NULLORDER &&
-                            ucol_next(elements.Get(), &status) == UCOL_NULLORDER;
-    if (!oneElement || size <= 1) continue;
-    UChar same = kFirstPrintable;
-    while (keys[same] != keys[unit]) ++same;
-    classes[unit] = static_cast<char>(same);
-  }
-  return classes;
-}
-
-// One strength of the collation of the process, made at its first use, shared by all threads and
-// never closed: strings are compared by static destructors too.
-class Collation {
- public:
-  static Collation const& For(bool ignoreCase) {
-    static Collation const* const withCase = new Collation(UCOL_TERTIARY);
-    static Collation const* const withoutCase = new Collation(UCOL_SECONDARY);
-    return ignoreCase ? *withoutCase : *withCase;
-  }
-
-  // Null where ICU could not open it.
-  UCollator* Get() const { return m_collator.Get(); }
-
-  // Read at the first search: it takes milliseconds.
-  PlainClasses const& Classes() const {
-    std::call_once(m_classesRead, [this] { m_classes = ReadPlainClasses(Get()); });
-    return m_classes;
-  }
-
- private:
-  explicit Collation(UCollationStrength strength) : m_collator(OpenCollator(strength)) {}
-
-  CollatorHandle m_collator;
-  mutable std::once_flag m_classesRead;
-  mutable PlainClasses m_classes;
+// What a collation says of printable ASCII, read off it once: so most texts are compared and
+// searched without asking it again. The tables know the characters that the collation takes one by
+// one, and say nothing of the others.
+struct PlainCharacters {
+  // Ranks at the first level, where letters differ: in texts of ASCII, and in any text as long as
+  // no other than ASCII follows.
+  AsciiTable ranksAmongAscii = {};
+  AsciiTable ranksAnywhere = {};
+  // Equal numbers for what is equal at the strengths with and without case.
+  AsciiTable classes = {};
+  AsciiTable classesWithoutCase = {};
 };
+
+// Whether every character counts, and by itself: nothing is skipped, and digits are no numbers.
+bool CountsCharacters(UCollator* collator) {
+  UErrorCode status = U_ZERO_ERROR;
+  bool const counts =
+      ucol_getAttribute(collator, UCOL_ALTERNATE_HANDLING, &status) == UCOL_NON_IGNORABLE &&
+      ucol_getAttribute(collator, UCOL_NUMERIC_COLLATION, &status) == UCOL_OFF &&
+      ucol_getAttribute(collator, UCOL_CASE_LEVEL, &status) == UCOL_OFF;
+  return counts && U_SUCCESS(status);
+}
+
+PlainCharacters ReadPlainCharacters() {
+  CollatorHandle const primary = OpenCollator(UCOL_PRIMARY);
+  CollatorHandle const secondary = OpenCollator(UCOL_SECONDARY);
+  CollatorHandle const tertiary = OpenCollator(UCOL_TERTIARY);
+  PlainCharacters plain;
+  if (!primary || !secondary || !tertiary || !CountsCharacters(tertiary.Get())) return plain;
+  AsciiTable known = NumberByOrder(tertiary.Get());
+  AsciiTable knownAnywhere = known;
+  if (!ForgetContractions(tertiary.Get(), known, knownAnywhere)) return plain;
+
+  auto const restrict = [](AsciiTable numbers, AsciiTable const& to) {
+    for (int i = 0; i < kAsciiCount; ++i) {
+      if (to[static_cast<size_t>(i)] == 0) numbers[static_cast<size_t>(i)] = 0;
+    }
+    return numbers;
+  };
+  plain.ranksAmongAscii = restrict(NumberByOrder(primary.Get()), known);
+  plain.ranksAnywhere = restrict(NumberByOrder(primary.Get()), knownAnywhere);
+  plain.classes = known;
+  plain.classesWithoutCase = restrict(NumberByOrder(secondary.Get()), known);
+  return plain;
+}
+
+// Made at the first comparison, in some milliseconds.
+PlainCharacters const& Plain() {
+  static PlainCharacters const* const plain = new PlainCharacters(ReadPlainCharacters());
+  return *plain;
+}
+
+// The collator of one strength, made at its first use, shared by all threads and never closed:
+// strings are compared by static destructors too. Null where ICU could not open it.
+UCollator* Collator(bool ignoreCase) {
+  static UCollator* const withCase = OpenCollator(UCOL_TERTIARY).Release();
+  static UCollator* const withoutCase = OpenCollator(UCOL_SECONDARY).Release();
+  return ignoreCase ? withoutCase : withCase;
+}
 
 // The units of a string of either width, in place or widened into a buffer.
 class WideUnits {
@@ -163,77 +206,155 @@ CFComparisonResult CompareByIcu(UCollator* collator, CFStringRef first, CFString
   return static_cast<CFComparisonResult>(order);
 }
 
-// Plain search, where both texts consist of characters that the collation reads one by one: then a
-// match is a run of characters of the same classes. False where that does not hold.
-bool FindPlainly(PlainClasses const& classes, CFStringRef string, CFStringRef wanted,
-                 CFRange& found) {
+// Orders two texts by the ranks of their first characters that differ in rank. Nothing where they
+// do not decide: ranks that are all equal (case, or nothing at all, makes the difference), a
+// character without a rank, or one that what follows may still change.
+template <class FirstUnit, class SecondUnit>
+std::optional<CFComparisonResult> CompareByRank(AsciiTable const& ranks, FirstUnit const* first,
+                                                CFIndex firstLength, SecondUnit const* second,
+                                                CFIndex secondLength) {
+  auto const rankAt = [&ranks](auto const* text, CFIndex length, CFIndex i) {
+    auto const isAscii = [](auto unit) { return static_cast<UniChar>(unit) < kAsciiCount; };
+    bool const settled = isAscii(text[i]) && (i + 1 == length || isAscii(text[i + 1]));
+    return settled ? ranks[static_cast<std::size_t>(text[i])] : UInt8{0};
+  };
+  CFIndex const shared = std::min(firstLength, secondLength);
+  for (CFIndex i = 0; i < shared; ++i) {
+    if (static_cast<UniChar>(first[i]) == static_cast<UniChar>(second[i])) continue;
+    UInt8 const firstRank = rankAt(first, firstLength, i);
+    UInt8 const secondRank = rankAt(second, secondLength, i);
+    if (firstRank == 0 || secondRank == 0) return std::nullopt;
+    if (firstRank != secondRank) {
+      return firstRank < secondRank ? kCFCompareLessThan : kCFCompareGreaterThan;
+    }
+  }
+  // One is the beginning of the other, whose next character must count.
+  if (firstLength < secondLength && rankAt(second, secondLength, shared) != 0) {
+    return kCFCompareLessThan;
+  }
+  if (firstLength > secondLength && rankAt(first, firstLength, shared) != 0) {
+    return kCFCompareGreaterThan;
+  }
+  return std::nullopt;
+}
+
+std::optional<CFComparisonResult> ComparePlainly(CFStringRef first, CFStringRef second) {
+  PlainCharacters const& plain = Plain();
+  CFIndex const a = first->length;
+  CFIndex const b = second->length;
+  if (first->wide) {
+    return second->wide ? CompareByRank(plain.ranksAnywhere, first->Wide(), a, second->Wide(), b)
+                        : CompareByRank(plain.ranksAnywhere, first->Wide(), a, second->Narrow(), b);
+  }
+  return second->wide
+             ? CompareByRank(plain.ranksAnywhere, first->Narrow(), a, second->Wide(), b)
+             : CompareByRank(plain.ranksAmongAscii, first->Narrow(), a, second->Narrow(), b);
+}
+
+// Plain search, where both texts consist of characters that the collation takes one by one: then a
+// match is a run of characters of the same classes. Nothing where that does not hold.
+std::optional<CFRange> FindPlainly(AsciiTable const& classes, CFStringRef string,
+                                   CFStringRef wanted) {
   std::size_t const length = static_cast<std::size_t>(string->length);
   std::size_t const wantedLength = static_cast<std::size_t>(wanted->length);
-  char small[512];
-  std::unique_ptr<char[]> large;
-  char* folded = small;
+  UInt8 small[512];
+  std::unique_ptr<UInt8[]> large;
+  UInt8* folded = small;
   if (length + wantedLength > sizeof small) {
-    large.reset(new (std::nothrow) char[length + wantedLength]);
+    large.reset(new (std::nothrow) UInt8[length + wantedLength]);
     folded = large.get();
-    if (folded == nullptr) return false;
+    if (folded == nullptr) return std::nullopt;
   }
 
   bool plain = true;
-  auto const fold = [&classes, &plain](char const* text, std::size_t count, char* target) {
+  auto const fold = [&classes, &plain](char const* text, std::size_t count, UInt8* target) {
     for (std::size_t i = 0; i < count; ++i) {
-      target[i] = classes[static_cast<unsigned char>(text[i])];
+      target[i] = classes[static_cast<std::size_t>(text[i])];
       plain = plain && target[i] != 0;
     }
   };
   fold(string->Narrow(), length, folded);
   fold(wanted->Narrow(), wantedLength, folded + length);
-  if (!plain) return false;
+  if (!plain) return std::nullopt;
 
   void const* const at = memmem(folded, length, folded + length, wantedLength);
-  found = at == nullptr ? CFRangeMake(kCFNotFound, 0)
-                        : CFRangeMake(static_cast<char const*>(at) - folded, wanted->length);
-  return true;
+  if (at == nullptr) return CFRangeMake(kCFNotFound, 0);
+  return CFRangeMake(static_cast<UInt8 const*>(at) - folded, wanted->length);
 }
 
-// A search object for each strength, kept by each thread: opening one costs as much as a search.
-UStringSearch* KeptSearch(UCollator* collator, bool ignoreCase) {
-  thread_local SearchHandle kept[2];
-  SearchHandle& search = kept[ignoreCase ? 1 : 0];
-  if (!search) {
-    static UChar const any[] = {'x', 0};
+// A search object with a pattern of its own, both kept from one search to the next: opening an
+// object costs as much as a search, and so does another pattern.
+class Search {
+ public:
+  // The search for `pattern`; null where ICU or memory fails.
+  UStringSearch* For(UCollator* collator, WideUnits const& pattern, CFIndex length) noexcept {
+    std::u16string_view const wanted(pattern.Get(), static_cast<std::size_t>(length));
     UErrorCode status = U_ZERO_ERROR;
-    SearchHandle opened(usearch_openFromCollator(any, 1, any, 1, collator, nullptr, &status));
-    if (U_FAILURE(status)) return nullptr;
-    search = std::move(opened);
+    if (m_search && wanted == m_pattern) return m_search.Get();
+    try {
+      m_pattern = wanted;
+    } catch (std::bad_alloc const&) {
+      return nullptr;
+    }
+    int32_t const size = static_cast<int32_t>(length);
+    if (m_search) {
+      usearch_setPattern(m_search.Get(), m_pattern.data(), size, &status);
+    } else {
+      m_search = SearchHandle(usearch_openFromCollator(m_pattern.data(), size, m_pattern.data(),
+                                                       size, collator, nullptr, &status));
+    }
+    if (U_FAILURE(status)) m_search = SearchHandle();
+    return m_search.Get();
   }
-  return search.Get();
-}
 
-CFRange FindByIcu(UCollator* collator, CFStringRef string, CFStringRef wanted, bool ignoreCase) {
+ private:
+  std::u16string m_pattern;
+  SearchHandle m_search;
+};
+
+thread_local bool searchesAreGone = false;
+
+// The searches of a thread, one a strength.
+struct KeptSearches {
+  ~KeptSearches() { searchesAreGone = true; }
+  Search searches[2];
+};
+
+CFRange FindWith(Search& kept, UCollator* collator, CFStringRef string, CFStringRef wanted) {
   CFRange const notFound = CFRangeMake(kCFNotFound, 0);
-  UStringSearch* const search = KeptSearch(collator, ignoreCase);
   WideUnits const text(string);
   WideUnits const pattern(wanted);
-  if (search == nullptr || text.Get() == nullptr || pattern.Get() == nullptr) return notFound;
+  if (text.Get() == nullptr || pattern.Get() == nullptr) return notFound;
+  UStringSearch* const search = kept.For(collator, pattern, wanted->length);
+  if (search == nullptr) return notFound;
 
   UErrorCode status = U_ZERO_ERROR;
   usearch_setText(search, text.Get(), static_cast<int32_t>(string->length), &status);
-  usearch_setPattern(search, pattern.Get(), static_cast<int32_t>(wanted->length), &status);
   int32_t const at = usearch_first(search, &status);
   int32_t const length = usearch_getMatchedLength(search);
   if (U_FAILURE(status) || at == USEARCH_DONE || length == 0) return notFound;
   return CFRangeMake(at, length);
 }
 
+CFRange FindByIcu(UCollator* collator, CFStringRef string, CFStringRef wanted, bool ignoreCase) {
+  // Static objects may search at exit, when what the thread kept is destroyed.
+  if (searchesAreGone) {
+    Search once;
+    return FindWith(once, collator, string, wanted);
+  }
+  thread_local KeptSearches kept;
+  return FindWith(kept.searches[ignoreCase ? 1 : 0], collator, string, wanted);
+}
+
 }  // namespace
 
 CFComparisonResult CompareLocalized(CFStringRef first, CFStringRef second, bool ignoreCase) {
   if (first->length == second->length && first->wide == second->wide) {
-    std::size_t const unit = first->wide ? sizeof(UniChar) : 1;
-    std::size_t const size = static_cast<std::size_t>(first->length) * unit;
+    std::size_t const size = static_cast<std::size_t>(first->length) << (first->wide ? 1 : 0);
     if (std::memcmp(first->Narrow(), second->Narrow(), size) == 0) return kCFCompareEqualTo;
   }
-  UCollator* const collator = Collation::For(ignoreCase).Get();
+  if (std::optional<CFComparisonResult> const order = ComparePlainly(first, second)) return *order;
+  UCollator* const collator = Collator(ignoreCase);
   if (collator == nullptr || first->length > INT32_MAX || second->length > INT32_MAX) {
     return CompareUnits(first, second);
   }
@@ -241,13 +362,15 @@ CFComparisonResult CompareLocalized(CFStringRef first, CFStringRef second, bool 
 }
 
 CFRange FindLocalized(CFStringRef string, CFStringRef wanted, bool ignoreCase) {
-  Collation const& collation = Collation::For(ignoreCase);
-  if (collation.Get() == nullptr || string->length > INT32_MAX || wanted->length > INT32_MAX) {
+  if (!string->wide && !wanted->wide) {
+    PlainCharacters const& plain = Plain();
+    std::optional<CFRange> const found =
+        FindPlainly(ignoreCase ? plain.classesWithoutCase : plain.classes, string, wanted);
+    if (found) return *found;
+  }
+  UCollator* const collator = Collator(ignoreCase);
+  if (collator == nullptr || string->length > INT32_MAX || wanted->length > INT32_MAX) {
     return CFRangeMake(kCFNotFound, 0);
   }
-  if (!string->wide && !wanted->wide) {
-    CFRange found;
-    if (FindPlainly(collation.Classes(), string, wanted, found)) return found;
-  }
-  return FindByIcu(collation.Get(), string, wanted, ignoreCase);
+  return FindByIcu(collator, string, wanted, ignoreCase);
 }

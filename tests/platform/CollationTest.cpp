@@ -6,6 +6,7 @@
 #include <unicode/uloc.h>
 #include <unicode/usearch.h>
 
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
@@ -187,12 +188,20 @@ TEST(Collation, ComparesAndFindsAllPairsLikeIcu) {
 
 // Letters that combine with each other or are ignored, so that a shortcut for ASCII shows its
 // faults.
-TEST(Collation, RandomAsciiIsComparedAndFoundLikeByIcu) {
+TEST(Collation, RandomTextIsComparedAndFoundLikeByIcu) {
   std::u16string printable;
   for (char16_t unit = u' '; unit <= u'~'; ++unit) printable += unit;
-  std::u16string const alphabets[] = {u"aAbB ch-", u"cChHz",      u"aA",
-                                      u"a\r\n \t", u"ab\x01\x7F", std::u16string(u"aB\0", 3),
-                                      printable};
+  std::u16string const alphabets[] = {u"aAbB ch-",
+                                      u"cChHz",
+                                      u"aA",
+                                      u"a\r\n \t",
+                                      u"ab\x01\x7F",
+                                      std::u16string(u"aB\0", 3),
+                                      printable,
+                                      u"aAe\u00E9E\u0301\u00ADlL\u00B7",
+                                      u"cC\u010DhHz",
+                                      u"aou\u00E4\u0308O\u00DFsS",
+                                      u"a\u3042\u30FC\u3099-"};
   std::mt19937 random(2);
   for (bool const ignoreCase : {false, true}) {
     Oracle const oracle(ignoreCase);
@@ -242,4 +251,17 @@ TEST(Collation, ThreadsCompareAndSearchAtOnce) {
     });
   }
   for (std::thread& thread : threads) thread.join();
+}
+
+// Static objects of a client may still search at exit, when what the thread kept is gone.
+TEST(Collation, SearchesInStaticDestructors) {
+  struct SearchAtExit {
+    ~SearchAtExit() { std::_Exit(Find(u"caf\u00e9", u"\u00e9") == "3+1" ? 0 : 1); }
+  };
+  auto const work = [] {
+    static SearchAtExit late;
+    Find(u"caf\u00e9", u"\u00e9");
+    std::exit(2);
+  };
+  EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
 }

@@ -9,6 +9,8 @@
 #include <CoreFoundation/CFArray.h>
 #include <CoreFoundation/CFBase.h>
 
+#include <cstddef>
+
 typedef UInt32 CFStringEncoding;
 enum : CFStringEncoding {
   kCFStringEncodingUnicode = 0x0100,
@@ -24,15 +26,18 @@ enum : CFStringCompareFlags {
   kCFCompareLocalized = 32
 };
 
-// A constant string from a literal of ASCII characters. Made once a place, never destroyed.
-#define CFSTR(literal)                                                               \
-  ([]() noexcept -> CFStringRef {                                                    \
-    static CFStringRef const constant = __CFStringMakeConstantString("" literal ""); \
-    return constant;                                                                 \
+// A constant string from a literal of ASCII characters. Made once a place, in memory of that place,
+// so that it never fails; never destroyed.
+#define CFSTR(literal)                                                                    \
+  ([]() noexcept -> CFStringRef {                                                         \
+    alignas(8) static unsigned char storage[__kCFStringHeadSize + sizeof("" literal "")]; \
+    static CFStringRef const constant = __CFStringMakeConstantString(storage, literal);   \
+    return constant;                                                                      \
   }())
 
-// Behind CFSTR; not to be called by itself.
-CF_EXPORT CFStringRef __CFStringMakeConstantString(char const* ascii);
+// Behind CFSTR; not to be used by themselves.
+constexpr std::size_t __kCFStringHeadSize = 32;
+CF_EXPORT CFStringRef __CFStringMakeConstantString(unsigned char* storage, char const* ascii);
 
 // A string from `byteCount` bytes in `encoding` (UTF-8, Unicode or ASCII; any other gives null).
 // Null when the bytes do not decode, in whole: UTF-8 admits no surrogates, overlong forms, values
