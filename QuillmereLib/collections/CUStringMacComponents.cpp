@@ -17,31 +17,26 @@ CUResult CUStringMac::PathComponents(CUSharedPtr<CUArray>* components) {
     array->AddObject(component);
   };
 
-  CFIndex end = CFStringGetLength(m_string);
+  CFIndex const length = CFStringGetLength(m_string);
   CUStringMac const root(CFSTR("/"), Adopted::yes);  // constants are not counted
   if (*this == root) {
     add(CFSTR("/"));
-  } else if (end == 0) {
+  } else if (length == 0) {
     add(CFSTR(""));
   } else {
-    CFIndex start = 0;
-    CFRange const first = CFStringFind(m_string, CFSTR("/"), 0);
-    if (first.length > 0 && first.location == 0) {
-      add(CFSTR("/"));
-      start = 1;
-    }
-    CFRange const last = CFStringFind(m_string, CFSTR("/"), kCFCompareBackwards);
-    if (last.length > 0 && last.location == end - 1 && end > start) --end;
-
-    CFHolder<CFStringRef> const working(CFStringCreateWithSubstring(
-        kCFAllocatorDefault, m_string, CFRangeMake(start, end - start)));
-    if (!working) return CUResult_Failed;
     CFHolder<CFArrayRef> const pieces(
-        CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, working.Get(), CFSTR("/")));
+        CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, m_string, CFSTR("/")));
     if (!pieces) return CUResult_Failed;
-    CFIndex const count = CFArrayGetCount(pieces.Get());
-    array->GetInternalArray()->reserve(array->Count() + static_cast<std::size_t>(count));
-    for (CFIndex i = 0; i < count; ++i) add(CFArrayGetValueAtIndex(pieces.Get(), i));
+    CFIndex first = 0;
+    CFIndex count = CFArrayGetCount(pieces.Get());
+    array->GetInternalArray()->reserve(static_cast<std::size_t>(count));
+    // The empty pieces before a leading slash and behind a trailing one are none.
+    if (CFStringFind(m_string, CFSTR("/"), 0).location == 0) {
+      add(CFSTR("/"));
+      first = 1;
+    }
+    if (CFStringHasSuffix(m_string, CFSTR("/"))) --count;
+    for (CFIndex i = first; i < count; ++i) add(CFArrayGetValueAtIndex(pieces.Get(), i));
   }
   *components = array;
   return CUResult_Success;
