@@ -112,7 +112,7 @@ CUSharedPtr<CUStringMac> CUArray::Description() {
 
 CUSharedPtr<CUArray> CUArray::SortedArrayUsingDescriptor(CUSharedPtr<CUSortDescriptor> descriptor) {
   if (descriptor == nullptr) return nullptr;
-  CUSharedPtr<CUArray> const sorted = new CUArray(*this);
+  CUSharedPtr<CUArray> sorted = new CUArray(*this);
   SortStably(sorted->m_objects, *descriptor);
   return sorted;
 }

@@ -81,7 +81,7 @@ unsigned int CUStringMac::ConvertCharCode(_CUString_CharCode code) {
 }
 
 CUSharedPtr<CUStringMac> CUStringMac::Description() {
-  CUSharedPtr<CUStringMac> const copy = new CUStringMac(*this);
+  CUSharedPtr<CUStringMac> copy = new CUStringMac(*this);
   if (m_string != nullptr && copy->m_string == nullptr) throw std::bad_alloc();
   return copy;
 }
@@ -156,7 +156,7 @@ CUSharedPtr<CUStringMac> CUStringMac::SubString(int start, int length) {
   CFHolder<CFStringRef> part(
       CFStringCreateWithSubstring(kCFAllocatorDefault, m_string, CFRangeMake(start, length)));
   if (!part) return nullptr;
-  CUSharedPtr<CUStringMac> const result = new CUStringMac(nullptr, Adopted::yes);
+  CUSharedPtr<CUStringMac> result = new CUStringMac(nullptr, Adopted::yes);
   result->m_string = part.Release();
   return result;
 }

@@ -27,7 +27,7 @@ CUSharedPtr<CUStringMac> TextBuilder::Text() const {
   CFHolder<CFStringRef> const text(
       CFStringCreateByCombiningStrings(kCFAllocatorDefault, m_pieces.Get(), CFSTR("")));
   if (!text) throw std::bad_alloc();
-  CUSharedPtr<CUStringMac> const result = new CUStringMac(text.Get());
+  CUSharedPtr<CUStringMac> result = new CUStringMac(text.Get());
   if (static_cast<CFStringRef>(*result) == nullptr) throw std::bad_alloc();
   return result;
 }

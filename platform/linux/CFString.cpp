@@ -12,7 +12,7 @@ namespace {
 struct Units {
   explicit Units(CFStringRef string) : m_string(string) {}
   UniChar operator[](CFIndex i) const {
-    return m_string->wide ? m_string->Wide()[i] : static_cast<UniChar>(m_string->Narrow()[i]);
+    return m_string->wide ? m_string->Wide()[i] : UnitOf(m_string->Narrow()[i]);
   }
   CFStringRef m_string;
 };
@@ -25,7 +25,7 @@ bool StandsAt(CFStringRef string, CFIndex location, CFStringRef wanted) {
   }
   if (wanted->wide) return false;
   for (CFIndex i = 0; i < wanted->length; ++i) {
-    if (string->Wide()[location + i] != static_cast<UniChar>(wanted->Narrow()[i])) return false;
+    if (string->Wide()[location + i] != UnitOf(wanted->Narrow()[i])) return false;
   }
   return true;
 }

@@ -214,13 +214,13 @@ std::optional<CFComparisonResult> CompareByRank(AsciiTable const& ranks, FirstUn
                                                 CFIndex firstLength, SecondUnit const* second,
                                                 CFIndex secondLength) {
   auto const rankAt = [&ranks](auto const* text, CFIndex length, CFIndex i) {
-    auto const isAscii = [](auto unit) { return static_cast<UniChar>(unit) < kAsciiCount; };
+    auto const isAscii = [](auto unit) { return UnitOf(unit) < kAsciiCount; };
     bool const settled = isAscii(text[i]) && (i + 1 == length || isAscii(text[i + 1]));
-    return settled ? ranks[static_cast<std::size_t>(text[i])] : UInt8{0};
+    return settled ? ranks[UnitOf(text[i])] : UInt8{0};
   };
   CFIndex const shared = std::min(firstLength, secondLength);
   for (CFIndex i = 0; i < shared; ++i) {
-    if (static_cast<UniChar>(first[i]) == static_cast<UniChar>(second[i])) continue;
+    if (UnitOf(first[i]) == UnitOf(second[i])) continue;
     UInt8 const firstRank = rankAt(first, firstLength, i);
     UInt8 const secondRank = rankAt(second, secondLength, i);
     if (firstRank == 0 || secondRank == 0) return std::nullopt;
@@ -269,7 +269,7 @@ std::optional<CFRange> FindPlainly(AsciiTable const& classes, CFStringRef string
   bool plain = true;
   auto const fold = [&classes, &plain](char const* text, std::size_t count, UInt8* target) {
     for (std::size_t i = 0; i < count; ++i) {
-      target[i] = classes[static_cast<std::size_t>(text[i])];
+      target[i] = classes[UnitOf(text[i])];
       plain = plain && target[i] != 0;
     }
   };

@@ -216,7 +216,7 @@ CFIndex ConvertToUtf16(CFStringRef string, CFRange range, ByteSink& sink) {
     sink.Put(units, 2 * length);
   } else {
     for (CFIndex i = 0; i < length; ++i) {
-      UniChar const unit = static_cast<UniChar>(string->Narrow()[range.location + i]);
+      UniChar const unit = UnitOf(string->Narrow()[range.location + i]);
       sink.Put(&unit, 2);
     }
   }

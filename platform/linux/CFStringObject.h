@@ -18,6 +18,10 @@ struct __CFString final : CFObject {
   bool const wide;
 };
 
+// The unit that a stored character stands for.
+inline UniChar UnitOf(char stored) { return static_cast<unsigned char>(stored); }
+inline UniChar UnitOf(UniChar stored) { return stored; }
+
 // A string of `length` units that the caller fills; null when memory runs out. The caller keeps the
 // rule of the two widths.
 __CFString* AllocateString(CFIndex length, bool wide);
