@@ -2,7 +2,7 @@
 
 // The whole of the library. Each header below can also be included by itself.
 
-// core: objects, their pointer, failure codes, locks and events
+// core: objects, their pointer, failure codes, locks, events and threads
 #include "QuillmereLib/core/CUErrorContents.h"
 #include "QuillmereLib/core/CUEventWaitHandle.h"
 #include "QuillmereLib/core/CULock.h"
@@ -10,6 +10,7 @@
 #include "QuillmereLib/core/CURange.h"
 #include "QuillmereLib/core/CUResult.h"
 #include "QuillmereLib/core/CUSharedPtr.h"
+#include "QuillmereLib/core/CUThread.h"
 #include "QuillmereLib/core/CUWaitHandle.h"
 // strings
 #include "QuillmereLib/strings/CUNewline.h"
@@ -17,10 +18,17 @@
 // collections
 #include "QuillmereLib/collections/CUArray.h"
 #include "QuillmereLib/collections/CUSortDescriptor.h"
+#include "QuillmereLib/collections/CUSynchronizedQueue.h"
 // streams
 #include "QuillmereLib/streams/CUFileStream.h"
 #include "QuillmereLib/streams/CUMemoryStream.h"
 #include "QuillmereLib/streams/CUStream.h"
 // filesystem
 #include "QuillmereLib/filesystem/CUDirectory.h"
+#include "QuillmereLib/filesystem/CUDirectoryInfo.h"
+#include "QuillmereLib/filesystem/CUDriveInfo.h"
 #include "QuillmereLib/filesystem/CUFile.h"
+#include "QuillmereLib/filesystem/CUFileInfo.h"
+#include "QuillmereLib/filesystem/CUFileSysytemInfo.h"
+// values: dates
+#include "QuillmereLib/values/CUDateTime.h"

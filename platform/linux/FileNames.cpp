@@ -1,6 +1,11 @@
 #include "platform/linux/FileNames.h"
 
+#include <unicode/ustring.h>
+
+#include <algorithm>
 #include <cstring>
+
+#include "platform/linux/Errors.h"
 
 namespace {
 
@@ -54,6 +59,33 @@ OSErr FileNameFromUnits(UniChar const* units, UniCharCount count, FileName* name
   }
   name->bytes[name->length] = '\0';
   return IsDots(*name) ? OSErr{bdNamErr} : OSErr{noErr};
+}
+
+bool UnitsFromFileName(char const* bytes, std::size_t length, HFSUniStr255* name) noexcept {
+  constexpr std::size_t kMostUnits = sizeof name->unicode / sizeof *name->unicode;
+  // No name takes more units than bytes.
+  if (length > kMostUnits) return false;
+  std::size_t count = 0;
+  for (; count < length && static_cast<UInt8>(bytes[count]) < 0x80; ++count) {
+    name->unicode[count] = static_cast<UInt8>(bytes[count]);
+  }
+  if (count < length) {
+    UErrorCode error = U_ZERO_ERROR;
+    int32_t added = 0;
+    u_strFromUTF8(reinterpret_cast<UChar*>(name->unicode + count),
+                  static_cast<int32_t>(kMostUnits - count), &added, bytes + count,
+                  static_cast<int32_t>(length - count), &error);
+    if (U_FAILURE(error)) return false;
+    count += static_cast<std::size_t>(added);
+  }
+  name->length = static_cast<UInt16>(count);
+  std::replace(name->unicode, name->unicode + count, UniChar{':'}, UniChar{'/'});
+  return true;
+}
+
+// Some file systems refuse more names than others, in the way of a bad argument.
+OSErr NamingFailure(int error) noexcept {
+  return error == EINVAL ? OSErr{bdNamErr} : StatusFromErrno(error);
 }
 
 std::size_t PathLength(FSRef const& ref) noexcept {

@@ -18,6 +18,13 @@ struct FileName {
 // of more than 255 bytes. paramErr where `units` is null and `count` is not 0.
 OSErr FileNameFromUnits(UniChar const* units, UniCharCount count, FileName* name) noexcept;
 
+// The way back, from the `length` bytes of a name on the disk. False, with `name` spoilt, for one
+// that is no valid UTF-8.
+bool UnitsFromFileName(char const* bytes, std::size_t length, HFSUniStr255* name) noexcept;
+
+// The status of a call that failed with `error` to give an entry a name.
+OSErr NamingFailure(int error) noexcept;
+
 // The length of the path in `ref`; 0 where it holds none that ends within it.
 std::size_t PathLength(FSRef const& ref) noexcept;
 

@@ -40,10 +40,35 @@ OSErr FollowLeaf(FSRef* entry, std::size_t* length, struct stat* facts) {
   return noErr;
 }
 
+// Whether a slash may stand behind the entry. A link that is not followed counts by its target.
+bool LeadsToDirectory(FSRef const& entry, struct stat const& facts) {
+  if (!S_ISLNK(facts.st_mode)) return S_ISDIR(facts.st_mode);
+  struct stat target;
+  return stat(entry.path, &target) == 0 && S_ISDIR(target.st_mode);
+}
+
+// The entry `name`, not yet existing, in `parentRef`, and the checks that creating has in common.
+OSErr PrepareCreation(FSRef const* parentRef, UniCharCount nameLength, UniChar const* name,
+                      FSCatalogInfoBitmap whichInfo, FSCatalogInfo const* catalogInfo,
+                      FSSpec const* newSpec, FSRef* entry, std::size_t* length) {
+  if (parentRef == nullptr || whichInfo != kFSCatInfoNone || catalogInfo != nullptr ||
+      newSpec != nullptr) {
+    return paramErr;
+  }
+  FileName fileName;
+  OSErr const status = FileNameFromUnits(name, nameLength, &fileName);
+  return status == noErr ? EntryInFolder(*parentRef, fileName, entry, length) : status;
+}
+
 }  // namespace
 
 OSStatus FSPathMakeRef(UInt8 const* path, FSRef* ref, Boolean* isDirectory) {
-  if (ref == nullptr) return paramErr;
+  return FSPathMakeRefWithOptions(path, kFSPathMakeRefDefaultOptions, ref, isDirectory);
+}
+
+OSStatus FSPathMakeRefWithOptions(UInt8 const* path, OptionBits options, FSRef* ref,
+                                  Boolean* isDirectory) {
+  if (ref == nullptr || options > kFSPathMakeRefDoNotFollowLeafSymlink) return paramErr;
   if (path == nullptr || *path == '\0') return fnfErr;
   auto const* const text = reinterpret_cast<char const*>(path);
   std::size_t const givenLength = strnlen(text, sizeof ref->path);
@@ -59,11 +84,12 @@ OSStatus FSPathMakeRef(UInt8 const* path, FSRef* ref, Boolean* isDirectory) {
   if (status != noErr) return status;
   struct stat facts;
   if (lstat(entry.path, &facts) != 0) return StatusFromErrno(errno);
-  if (S_ISLNK(facts.st_mode) || EndsInDots(entry, length)) {
+  bool const follows = options != kFSPathMakeRefDoNotFollowLeafSymlink;
+  if ((follows && S_ISLNK(facts.st_mode)) || EndsInDots(entry, length)) {
     status = FollowLeaf(&entry, &length, &facts);
     if (status != noErr) return status;
   }
-  if (mustBeDirectory && !S_ISDIR(facts.st_mode)) return dirNFErr;
+  if (mustBeDirectory && !LeadsToDirectory(entry, facts)) return dirNFErr;
 
   CopyRef(entry, length, ref);
   if (isDirectory != nullptr) *isDirectory = S_ISDIR(facts.st_mode);
@@ -73,22 +99,28 @@ OSStatus FSPathMakeRef(UInt8 const* path, FSRef* ref, Boolean* isDirectory) {
 OSErr FSCreateFileUnicode(FSRef const* parentRef, UniCharCount nameLength, UniChar const* name,
                           FSCatalogInfoBitmap whichInfo, FSCatalogInfo const* catalogInfo,
                           FSRef* newRef, FSSpec* newSpec) {
-  if (parentRef == nullptr || whichInfo != kFSCatInfoNone || catalogInfo != nullptr ||
-      newSpec != nullptr) {
-    return paramErr;
-  }
-  FileName fileName;
-  OSErr status = FileNameFromUnits(name, nameLength, &fileName);
-  if (status != noErr) return status;
   FSRef entry;
   std::size_t length = 0;
-  status = EntryInFolder(*parentRef, fileName, &entry, &length);
+  OSErr const status = PrepareCreation(parentRef, nameLength, name, whichInfo, catalogInfo, newSpec,
+                                       &entry, &length);
   if (status != noErr) return status;
-
   Descriptor const created(Uninterrupted(
       [&] { return open(entry.path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0666); }));
-  // Some file systems refuse more names than others, in this way.
-  if (!created.IsOpen()) return errno == EINVAL ? OSErr{bdNamErr} : StatusFromErrno(errno);
+  if (!created.IsOpen()) return NamingFailure(errno);
+  if (newRef != nullptr) CopyRef(entry, length, newRef);
+  return noErr;
+}
+
+OSErr FSCreateDirectoryUnicode(FSRef const* parentRef, UniCharCount nameLength, UniChar const* name,
+                               FSCatalogInfoBitmap whichInfo, FSCatalogInfo const* catalogInfo,
+                               FSRef* newRef, FSSpec* newSpec, UInt32* newDirID) {
+  if (newDirID != nullptr) return paramErr;
+  FSRef entry;
+  std::size_t length = 0;
+  OSErr const status = PrepareCreation(parentRef, nameLength, name, whichInfo, catalogInfo, newSpec,
+                                       &entry, &length);
+  if (status != noErr) return status;
+  if (mkdir(entry.path, 0777) != 0) return NamingFailure(errno);
   if (newRef != nullptr) CopyRef(entry, length, newRef);
   return noErr;
 }

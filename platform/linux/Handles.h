@@ -2,7 +2,14 @@
 
 // Owners of what the system and its libraries hand out: each lets its handle go exactly once.
 
+#include <dirent.h>
+#include <gio/gio.h>
+#include <glib.h>
+#include <libmount/libmount.h>
+#include <libudev.h>
+#include <unicode/ucal.h>
 #include <unicode/ucol.h>
+#include <unicode/udat.h>
 #include <unicode/usearch.h>
 #include <unicode/uset.h>
 #include <unistd.h>
@@ -35,10 +42,27 @@ class Handle {
   T* m_handle = nullptr;
 };
 
+using CalendarHandle = Handle<UCalendar, ucal_close>;
 using CollationElementsHandle = Handle<UCollationElements, ucol_closeElements>;
 using CollatorHandle = Handle<UCollator, ucol_close>;
+using DateFormatHandle = Handle<UDateFormat, udat_close>;
+using ErrorHandle = Handle<GError, g_error_free>;
 using SearchHandle = Handle<UStringSearch, usearch_close>;
 using SetHandle = Handle<USet, uset_close>;
+using SourceHandle = Handle<GSource, g_source_unref>;
+using TimeZoneHandle = Handle<GTimeZone, g_time_zone_unref>;
+
+inline void CloseFile(GFile* file) { g_object_unref(file); }
+inline void CloseDirectory(DIR* directory) { closedir(directory); }
+inline void CloseUdev(udev* context) { udev_unref(context); }
+inline void CloseUdevDevice(udev_device* device) { udev_device_unref(device); }
+
+using DirectoryHandle = Handle<DIR, CloseDirectory>;
+using FileHandle = Handle<GFile, CloseFile>;
+using MountIteratorHandle = Handle<libmnt_iter, mnt_free_iter>;
+using MountTableHandle = Handle<libmnt_table, mnt_unref_table>;
+using UdevDeviceHandle = Handle<udev_device, CloseUdevDevice>;
+using UdevHandle = Handle<udev, CloseUdev>;
 
 // Owns an open file descriptor, or none (-1). Move-only.
 class Descriptor {

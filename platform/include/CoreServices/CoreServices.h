@@ -2,5 +2,7 @@
 
 // All of the CoreServices seam.
 
+#include <CoreServices/FileOperations.h>
 #include <CoreServices/Files.h>
 #include <CoreServices/MacErrors.h>
+#include <CoreServices/Volumes.h>

@@ -22,9 +22,14 @@
 #include <CoreServices/MacErrors.h>
 
 typedef SInt32 FSIORefNum;
+typedef SInt16 FSVolumeRefNum;
 typedef UInt32 FSCatalogInfoBitmap;
+typedef UInt32 FSIteratorFlags;
+typedef UInt32 OptionBits;
+typedef UInt32 TextEncoding;
 typedef unsigned long ByteCount;
-struct FSCatalogInfo;
+typedef unsigned long ItemCount;
+typedef struct __FSIterator* FSIterator;
 struct FSSpec;
 
 // A name of at most 255 UTF-16 units.
@@ -40,8 +45,35 @@ struct FSRef {
   char path[4096];
 };
 
-// No catalogue information is asked for or given.
-constexpr FSCatalogInfoBitmap kFSCatInfoNone = 0;
+// A moment: seconds since the start of 1904, UTC, of which `highSeconds` holds the bits above 32,
+// and 65536ths of a second. All zero where there is no date.
+struct UTCDateTime {
+  UInt16 highSeconds;
+  UInt32 lowSeconds;
+  UInt16 fraction;
+};
+
+// What is known of an entry, each field by the bit that asks for it.
+struct FSCatalogInfo {
+  UInt16 nodeFlags;
+  FSVolumeRefNum volume;
+  UTCDateTime createDate;
+  UTCDateTime contentModDate;
+  UInt64 dataLogicalSize;
+  UInt64 dataPhysicalSize;
+};
+
+enum : FSCatalogInfoBitmap {
+  kFSCatInfoNone = 0x0000,
+  kFSCatInfoNodeFlags = 0x0002,
+  kFSCatInfoVolume = 0x0004,
+  kFSCatInfoCreateDate = 0x0020,
+  kFSCatInfoContentMod = 0x0040,
+  kFSCatInfoDataSizes = 0x4000  // both sizes
+};
+
+// The bit of `nodeFlags` that tells a directory; a symbolic link never has it.
+enum : UInt16 { kFSNodeIsDirectoryMask = 0x0010 };
 
 // Kinds of opening.
 enum : SInt8 { fsCurPerm = 0, fsRdPerm = 1, fsWrPerm = 2, fsRdWrPerm = 3 };
@@ -57,6 +89,41 @@ enum : UInt16 { fsAtMark = 0, fsFromStart = 1, fsFromLEOF = 2, fsFromMark = 3 };
 // the way may not be searched.
 CF_INSIDE OSStatus FSPathMakeRef(UInt8 const* path, FSRef* ref, Boolean* isDirectory);
 
+// How a path is resolved: the last of its links is followed, or stands for itself.
+enum : OptionBits { kFSPathMakeRefDefaultOptions = 0, kFSPathMakeRefDoNotFollowLeafSymlink = 1 };
+
+// FSPathMakeRef, which with kFSPathMakeRefDoNotFollowLeafSymlink refers to a symbolic link at the
+// end of the path itself, wherever it leads, and says that it is no directory. That is so behind a
+// slash too, but there a link that leads to no directory is dirNFErr. Links on the way are
+// followed. Any other option is paramErr.
+CF_INSIDE OSStatus FSPathMakeRefWithOptions(UInt8 const* path, OptionBits options, FSRef* ref,
+                                            Boolean* isDirectory);
+
+// Tells of an entry, of a symbolic link itself, what `whichInfo` asks for; fields that it does not
+// ask for are left alone. `outName`, `fsSpec` and `parentRef` are null and `whichInfo` holds no bit
+// that is not listed here, else paramErr; `catalogInfo` may be null for kFSCatInfoNone alone. The
+// sizes are the bytes that a file holds and those that it takes up on the disk, 0 for an entry of
+// another kind. A file system that does not keep the date of creation gives none. Fails with fnfErr
+// for an entry that is gone, nsvErr where its volume cannot be told.
+CF_INSIDE OSErr FSGetCatalogInfo(FSRef const* ref, FSCatalogInfoBitmap whichInfo,
+                                 FSCatalogInfo* catalogInfo, HFSUniStr255* outName, FSSpec* fsSpec,
+                                 FSRef* parentRef);
+
+// Deletes the entry: a directory that is empty, an entry of any other kind, and of a symbolic link
+// the link. Fails with fnfErr for an entry that is gone, fBsyErr for a directory that is not empty
+// or on which a volume is mounted, permErr or wPrErr where the system refuses.
+CF_INSIDE OSErr FSDeleteObject(FSRef const* ref);
+
+// Gives the entry, of a symbolic link the link itself, another name in its folder. An entry that
+// has the name already survives: dupFNErr, at once with the check. To an entry's own name nothing
+// happens, with success. `textEncodingHint` is ignored. `newRef` may be null, or `ref` itself.
+// Fails with bdNamErr for names as FSCreateFileUnicode does, fnfErr for an entry that is gone,
+// fBsyErr for one on which a volume is mounted, permErr or wPrErr where the system refuses. On a
+// file system that cannot rename without replacing, the name is taken first by an empty entry,
+// which the renaming then replaces: others see it for that moment.
+CF_INSIDE OSErr FSRenameUnicode(FSRef const* ref, UniCharCount nameLength, UniChar const* name,
+                                TextEncoding textEncodingHint, FSRef* newRef);
+
 // Creates an empty file in the directory `parentRef` with the rights that the process gives new
 // files. `whichInfo` is kFSCatInfoNone and `catalogInfo` and `newSpec` are null, else paramErr.
 // `newRef` may be null, or `parentRef` itself. Fails with dupFNErr where any entry of that name
@@ -68,6 +135,39 @@ CF_INSIDE OSErr FSCreateFileUnicode(FSRef const* parentRef, UniCharCount nameLen
                                     UniChar const* name, FSCatalogInfoBitmap whichInfo,
                                     FSCatalogInfo const* catalogInfo, FSRef* newRef,
                                     FSSpec* newSpec);
+
+// Creates an empty directory in the directory `parentRef`, with the rights that the process gives
+// new directories. `newDirID` is null, else paramErr; the rest is as for FSCreateFileUnicode.
+CF_INSIDE OSErr FSCreateDirectoryUnicode(FSRef const* parentRef, UniCharCount nameLength,
+                                         UniChar const* name, FSCatalogInfoBitmap whichInfo,
+                                         FSCatalogInfo const* catalogInfo, FSRef* newRef,
+                                         FSSpec* newSpec, UInt32* newDirID);
+
+// Goes through the entries of a directory itself, not of those beneath it.
+enum : FSIteratorFlags { kFSIterateFlat = 0 };
+
+// Opens an iterator, to be let go with FSCloseIterator; it holds one descriptor and belongs to one
+// thread at a time. `iteratorFlags` is kFSIterateFlat, else paramErr. Fails with fnfErr where the
+// directory is gone, dirNFErr where it is none, permErr where it may not be read, tmfoErr where no
+// descriptor is left, memFullErr where no memory is.
+CF_INSIDE OSErr FSOpenIterator(FSRef const* container, FSIteratorFlags iteratorFlags,
+                               FSIterator* iterator);
+
+// Gives the next entries, at most `maximumObjects`, at least 1, in the order of the file system;
+// `actualObjects` receives their number in every case. "." and ".." are never among them, nor is an
+// entry whose name is no valid UTF-8. Entries that are made or deleted meanwhile may be left out or
+// given. errFSNoMoreItems once the directory has ended, also along with its last entries; another
+// failure likewise comes along with what was read before. `whichInfo` is kFSCatInfoNone or
+// kFSCatInfoNodeFlags and `refs` and `specs` are null, else paramErr. `catalogInfos` and `names`
+// are of `maximumObjects`, and each may be null if it is not asked for. `containerChanged`, which
+// may be null, receives false.
+CF_INSIDE OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects,
+                                     ItemCount* actualObjects, Boolean* containerChanged,
+                                     FSCatalogInfoBitmap whichInfo, FSCatalogInfo* catalogInfos,
+                                     FSRef* refs, FSSpec* specs, HFSUniStr255* names);
+
+// Lets the iterator go. paramErr for null.
+CF_INSIDE OSErr FSCloseIterator(FSIterator iterator);
 
 // The name of the data fork: the empty name. Only `length` is set.
 CF_INSIDE OSErr FSGetDataForkName(HFSUniStr255* forkName);

@@ -1,0 +1,150 @@
+// The trash is that of the desktop, as GIO knows it. GIO works on a thread of its own, and a source
+// on the run loop of the caller waits for it there.
+
+#include <CoreFoundation/CFRunLoop.h>
+#include <CoreServices/Files.h>
+#include <Workspace.h>
+#include <gio/gio.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <thread>
+#include <utility>
+
+#include "platform/linux/CFRunLoopObject.h"
+#include "platform/linux/FileNames.h"
+#include "platform/linux/Handles.h"
+
+namespace {
+
+// The numbers of failures are those that the platform uses for files.
+enum : CFIndex {
+  kNoSuchFile = 4,
+  kUnknownFailure = 512,
+  kNoPermission = 513,
+  kNoSpace = 640,
+  kReadOnlyVolume = 642,
+  kNoTrash = 3328
+};
+
+CFIndex CodeOf(GError const& error) {
+  if (error.domain != G_IO_ERROR) return kUnknownFailure;
+  switch (error.code) {
+    case G_IO_ERROR_CANCELLED:
+      return kWorkspaceUserCancelled;
+    case G_IO_ERROR_NOT_FOUND:
+      return kNoSuchFile;
+    case G_IO_ERROR_PERMISSION_DENIED:
+      return kNoPermission;
+    case G_IO_ERROR_NO_SPACE:
+      return kNoSpace;
+    case G_IO_ERROR_READ_ONLY:
+      return kReadOnlyVolume;
+    case G_IO_ERROR_NOT_SUPPORTED:
+      return kNoTrash;
+    default:
+      return kUnknownFailure;
+  }
+}
+
+// What the worker and the source share, each holding the source.
+struct Recycling {
+  FileHandle file;
+  WorkspaceHandler handler;
+  void* context;
+  std::atomic<bool> done{false};
+  CFIndex error = 0;
+};
+
+struct RecyclingSource {
+  GSource base;
+  Recycling* recycling;
+};
+
+Recycling* RecyclingOf(GSource* source) {
+  return reinterpret_cast<RecyclingSource*>(source)->recycling;
+}
+
+// A run loop takes a source that waits for no time to be none.
+void WaitLong(GSource* source) {
+  constexpr gint64 kHour = gint64{3600} * G_USEC_PER_SEC;
+  g_source_set_ready_time(source, g_get_monotonic_time() + kHour);
+}
+
+gboolean Dispatch(GSource* source, GSourceFunc, gpointer) {
+  Recycling* const recycling = RecyclingOf(source);
+  if (!recycling->done.load(std::memory_order_acquire)) {
+    WaitLong(source);
+    return G_SOURCE_CONTINUE;
+  }
+  recycling->handler(recycling->error, recycling->context);
+  return G_SOURCE_REMOVE;
+}
+
+void Finalize(GSource* source) { delete RecyclingOf(source); }
+
+GSourceFuncs g_recyclingFuncs = {nullptr, nullptr, Dispatch, Finalize, nullptr, nullptr};
+
+void Work(SourceHandle const& source) {
+  Recycling* const recycling = RecyclingOf(source.Get());
+  GError* failure = nullptr;
+  if (g_file_trash(recycling->file.Get(), nullptr, &failure) == FALSE) {
+    ErrorHandle const error(failure);
+    recycling->error = error ? CodeOf(*error.Get()) : CFIndex{kUnknownFailure};
+  }
+  recycling->done.store(true, std::memory_order_release);
+  g_source_set_ready_time(source.Get(), 0);
+}
+
+// The entry, for GIO. Its folder is resolved here: GIO takes "link/.." for nothing, and would find
+// another entry than the system does. Null, with `*error` set, where that fails.
+FileHandle Locate(char const* path, CFIndex* error) {
+  FSRef ref;
+  *error = kNoSuchFile;
+  if (FSPathMakeRefWithOptions(reinterpret_cast<UInt8 const*>(path),
+                               kFSPathMakeRefDoNotFollowLeafSymlink, &ref, nullptr) != noErr) {
+    return FileHandle();
+  }
+  char* const slash = std::strrchr(ref.path, '/');
+  FSRef entry;
+  *slash = '\0';
+  if (realpath(slash == ref.path ? "/" : ref.path, entry.path) == nullptr) return FileHandle();
+  std::size_t length = std::strlen(entry.path);
+  *error = kUnknownFailure;
+  if (AppendToPath(&entry, &length, slash + 1, std::strlen(slash + 1)) != noErr) {
+    return FileHandle();
+  }
+  return FileHandle(g_vfs_get_file_for_path(g_vfs_get_local(), entry.path));
+}
+
+// Sets the worker going; false where memory or threads run out.
+bool Start(FileHandle file, WorkspaceHandler handler, void* context) {
+  CFRunLoopRef const runLoop = CFRunLoopGetCurrent();
+  std::unique_ptr<Recycling> recycling(new (std::nothrow)
+                                           Recycling{std::move(file), handler, context});
+  if (runLoop == nullptr || !recycling) return false;
+  SourceHandle const source(g_source_new(&g_recyclingFuncs, sizeof(RecyclingSource)));
+  reinterpret_cast<RecyclingSource*>(source.Get())->recycling = recycling.release();
+  WaitLong(source.Get());
+  g_source_attach(source.Get(), runLoop->context);
+  try {
+    std::thread([shared = SourceHandle(g_source_ref(source.Get()))] { Work(shared); }).detach();
+    return true;
+  } catch (std::exception const&) {
+    g_source_destroy(source.Get());
+    return false;
+  }
+}
+
+}  // namespace
+
+void WorkspaceRecyclePath(char const* path, WorkspaceHandler handler, void* context) {
+  CFIndex error = 0;
+  FileHandle file = Locate(path, &error);
+  if (!file) return handler(error, context);
+  if (!Start(std::move(file), handler, context)) handler(kUnknownFailure, context);
+}
