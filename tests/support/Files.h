@@ -3,7 +3,7 @@
 // Contents of files and streams as text.
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 #include "QuillmereLib/streams/CUStream.h"
@@ -13,8 +13,9 @@ inline void WriteFile(std::string const& path, std::string const& contents) {
 }
 
 inline std::string ReadFile(std::string const& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
 }
 
 // What a stream reads, of at most 63 bytes; "?" in front where its count tells otherwise.

@@ -11,8 +11,7 @@
 
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
-    char const* const parent = getenv("TMPDIR");
+  explicit TemporaryFolder(char const* parent = getenv("TMPDIR")) {
     m_path =
         std::string(parent != nullptr && *parent != '\0' ? parent : "/tmp") + "/quillmere.XXXXXX";
     if (mkdtemp(m_path.data()) == nullptr) throw std::runtime_error("no folder at " + m_path);

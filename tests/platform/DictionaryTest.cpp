@@ -1,0 +1,108 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "QuillmereLib/core/CFHolder.h"
+#include "tests/support/FailingAllocation.h"
+
+namespace {
+
+using Dictionary = CFHolder<CFMutableDictionaryRef>;
+using Text = CFHolder<CFStringRef>;
+
+CFStringRef MakeText(std::u16string const& units) {
+  return CFStringCreateWithCharacters(kCFAllocatorDefault,
+                                      reinterpret_cast<UniChar const*>(units.data()), units.size());
+}
+
+CFMutableDictionaryRef MakeDictionary() {
+  return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                   &kCFTypeDictionaryValueCallBacks);
+}
+
+std::u16string NumberedKey(int number) {
+  return std::u16string(number % 2 == 0 ? u"key" : u"k\u00E9y") + static_cast<char16_t>(number);
+}
+
+int g_alive = 0;
+void const* Count(CFAllocatorRef, void const* value) {
+  ++g_alive;
+  return value;
+}
+void Discount(CFAllocatorRef, void const*) { --g_alive; }
+
+}  // namespace
+
+// Every key is looked up by another object. Red when collation, width or address decides.
+TEST(Dictionary, FindsStringsByTheirUnits) {
+  Dictionary const dictionary(MakeDictionary());
+  std::vector<std::u16string> keys = {u"a", u"A", u"", u"\u00E9", u"e\u0301", u"\u6161", u"aa"};
+  for (int number = 0x100; number < 0x600; ++number) keys.push_back(NumberedKey(number));
+  for (std::u16string const& key : keys) {
+    Text const text(MakeText(key));
+    CFDictionaryAddValue(dictionary.Get(), text.Get(), text.Get());
+    CFDictionaryAddValue(dictionary.Get(), text.Get(), kCFBooleanTrue);
+  }
+  ASSERT_EQ(CFDictionaryGetCount(dictionary.Get()), static_cast<CFIndex>(keys.size()));
+
+  std::vector<void const*> inOrder(keys.size());
+  std::vector<void const*> values(keys.size());
+  CFDictionaryGetKeysAndValues(dictionary.Get(), inOrder.data(), values.data());
+  EXPECT_EQ(inOrder, values);
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    Text const text(MakeText(keys[i]));
+    EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), text.Get()), inOrder[i]) << i;
+  }
+  for (auto const* missing : {u"b", u"\u00E8", u"aaa"}) {
+    Text const text(MakeText(missing));
+    EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), text.Get()), nullptr);
+  }
+  EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), kCFBooleanTrue), nullptr);
+  CFDictionarySetValue(dictionary.Get(), inOrder[3], kCFBooleanFalse);
+  EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), inOrder[3]), kCFBooleanFalse);
+}
+
+TEST(Dictionary, BalancesItsReferencesAlsoWithoutMemory) {
+  CFDictionaryKeyCallBacks const keys = {0, Count, Discount, nullptr, nullptr, nullptr};
+  CFDictionaryValueCallBacks const values = {0, Count, Discount, nullptr, nullptr};
+  int addresses[40];
+  void const* pointers[40];
+  for (int i = 0; i < 40; ++i) pointers[i] = &addresses[i / 2];
+  auto const fill = [&] {
+    Dictionary const dictionary(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &keys, &values));
+    for (int i = 0; dictionary && i < 40; ++i) {
+      CFDictionarySetValue(dictionary.Get(), pointers[i], pointers[i]);
+      CFIndex const count = CFDictionaryGetCount(dictionary.Get());
+      EXPECT_EQ(g_alive, 2 * count);
+      for (CFIndex known = 0; known < count; ++known) {
+        if (count == i / 2 + 1) {
+          EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), pointers[2 * known]),
+                    pointers[2 * known]);
+        }
+      }
+    }
+    CFHolder<CFDictionaryRef> const whole(
+        CFDictionaryCreate(kCFAllocatorDefault, pointers, pointers, 40, &keys, &values));
+    if (whole) {
+      EXPECT_EQ(CFDictionaryGetCount(whole.Get()), 20);
+    }
+  };
+  EXPECT_GT(FailEachAllocation(fill, [] { EXPECT_EQ(g_alive, 0); }), 8);
+}
+
+TEST(Numbers, HoldSixtyFourBits) {
+  for (SInt64 const value : {SInt64{0}, SInt64{-1}, INT64_MAX, INT64_MIN}) {
+    CFHolder<CFNumberRef> const number(
+        CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
+    SInt64 got = 7;
+    EXPECT_FALSE(CFNumberGetValue(number.Get(), static_cast<CFNumberType>(6), &got));
+    EXPECT_EQ(got, 7);
+    EXPECT_TRUE(CFNumberGetValue(number.Get(), kCFNumberLongLongType, &got));
+    EXPECT_EQ(got, value);
+  }
+  CFRelease(kCFBooleanTrue);
+  EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
+  EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
+}

@@ -1,0 +1,215 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+#include <time.h>
+#include <unicode/udat.h>
+#include <unicode/uloc.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QuillmereLib/core/CUErrorContents.h"
+#include "QuillmereLib/values/CUDateTime.h"
+#include "tests/support/FailingAllocation.h"
+#include "tests/support/Strings.h"
+#include "tests/support/TimeZoneVariable.h"
+
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+std::string Fields(CUDateTime& date, bool local) {
+  std::string text;
+  for (int const field : {date.GetYear(local), date.GetMonth(local), date.GetDay(local),
+                          date.GetHour(local), date.GetMinute(local), date.GetSecond(local)}) {
+    text += std::to_string(field) + ' ';
+  }
+  return text;
+}
+
+}  // namespace
+
+TEST(CUDateTime, IsMadeFromFields) {
+  TimeZoneVariable const variable("America/New_York");
+  CUDateTime summer(2026, 7, 4, 9, 5, 7);
+  EXPECT_EQ(Fields(summer, true), "2026 7 4 9 5 7 ");
+  EXPECT_EQ(Fields(summer, false), "2026 7 4 13 5 7 ");
+  EXPECT_EQ(Utf8(summer.Description()), "2026/07/04 09:05:07");
+
+  // Low eight bits: a month of 44, an hour of -56, and a minute of 0 from 256. The second is whole.
+  CUDateTime packed(2000, 300, 257, 200, 256, 3601);
+  EXPECT_EQ(Fields(packed, true), "2003 7 29 17 0 1 ");
+
+  _DateTimeInfo zoned = {1, 1, 1, 1, 0, 0, 3600, true};
+  CUDateTime withDaylight(zoned);
+  EXPECT_EQ(Fields(withDaylight, false), "0 12 31 23 0 0 ");
+  _DateTimeInfo other = {1, 1, 1, 1, 0, 0, 7200, false};
+  EXPECT_TRUE(CUDateTime(other) == withDaylight);
+  _DateTimeInfo west = {9999, 12, 31, 23, 59, 59, -12600, false};
+  EXPECT_EQ(Fields(*CUDateTime::Create(west), false), "10000 1 1 3 29 59 ");
+}
+
+TEST(CUDateTime, IsThePresentByDefault) {
+  TimeZoneVariable const variable("Europe/Berlin");
+  CUDateTime before(CFAbsoluteTimeGetCurrent());
+  CUSharedPtr<CUDateTime> const now = CUDateTime::Create();
+  CUDateTime after(static_cast<double>(::time(nullptr)) - 978307200.0 + 1);
+  EXPECT_FALSE(*now < before);
+  EXPECT_TRUE(*now < after);
+}
+
+TEST(CUDateTime, ThrowsWhereThePlatformMakesNothing) {
+  _DateTimeInfo tooFar = {2001, 1, 1, 0, 0, 0, 64801, false};
+  try {
+    CUDateTime date(tooFar);
+    FAIL() << "there is no such zone";
+  } catch (unsigned int code) {
+    EXPECT_EQ(code, CUError_InvalidArgument);
+  }
+  EXPECT_EQ(CUDateTime::Create(tooFar), nullptr);
+  FailingAllocation const failing(1);
+  EXPECT_EQ(CUDateTime::Create(), nullptr);
+}
+
+TEST(CUDateTime, ComparesMoments) {
+  CUDateTime a(1.5);
+  CUDateTime b(1.5);
+  CUDateTime later(1.6);
+  EXPECT_TRUE(a == b);
+  EXPECT_FALSE(a < b || b < a);
+  EXPECT_TRUE(a < later);
+  EXPECT_FALSE(later < a || later == a);
+}
+
+TEST(CUDateTime, AddsSecondsAndNothingOfTheCalendar) {
+  TimeZoneVariable const variable("America/New_York");
+  CUDateTime date(2026, 3, 7, 12, 0, 0);  // the clocks go forward in the night
+  EXPECT_EQ(Fields(*date.AddDays(1), true), "2026 3 8 13 0 0 ");
+  EXPECT_TRUE(*date.AddDays(1.5) == *date.AddSeconds(129600));
+  EXPECT_TRUE(*date.AddHours(-1.5) == *date.AddMinutes(-90));
+  EXPECT_TRUE(*date.AddMinutes(-90) == *date.AddSeconds(-5400));
+  EXPECT_EQ(Fields(date, true), "2026 3 7 12 0 0 ");
+}
+
+TEST(CUDateTime, CutsSecondsAndCountsThemFromBelow) {
+  EXPECT_EQ(CUDateTime(59.999).GetSecond(false), 59);
+  CUDateTime before(-0.25);
+  EXPECT_EQ(Fields(before, false), "2000 12 31 23 59 59 ");
+  EXPECT_EQ(before.GregorianDate(false).second, 59.75);
+}
+
+TEST(CUDateTime, MayHoldNoValue) {
+  CUDateTime date(5.0);
+  CUDateTime& itself = date;
+  date = itself;  // not supported, but safe
+  CUDateTime const copy(date);
+  CUDateTime assigned(7.0);
+  assigned = date;
+  for (CUDateTime none : {copy, assigned}) {
+    EXPECT_FALSE(none == none);
+    CUDateTime some(0.0);
+    EXPECT_FALSE(none == some || some == none || none < some || some < none || none < none);
+    EXPECT_EQ(Fields(none, true) + Fields(none, false), "0 0 0 0 0 0 0 0 0 0 0 0 ");
+    EXPECT_EQ(Utf8(none.Description()), "(NULL)");
+    EXPECT_EQ(Utf8(none.GetString(true)), "(NULL)");
+    EXPECT_EQ(none.AddSeconds(1), nullptr);
+    EXPECT_EQ(none.AddDays(1), nullptr);
+  }
+  date = CUDateTime(8.0);
+  EXPECT_TRUE(date == CUDateTime(8.0));
+}
+
+TEST(CUDateTime, SurvivesExtremeNumbers) {
+  for (double const at : {kNaN, HUGE_VAL, -HUGE_VAL, 1e300, -1e300}) {
+    CUDateTime date(at);
+    EXPECT_TRUE(date == CUDateTime(date)) << at;
+    EXPECT_EQ(Utf8(date.Description()), "(NULL)") << at;
+    EXPECT_EQ(std::isnan(at), date.GetYear(true) == 0) << at;
+    EXPECT_NE(date.GetString(true), nullptr) << at;
+    EXPECT_NE(date.AddDays(-at), nullptr) << at;
+  }
+  CUDateTime unknownStyle(0.0);
+  EXPECT_EQ(Utf8(unknownStyle.GetString(true, static_cast<CFDateFormatterStyle>(5),
+                                        kCFDateFormatterNoStyle)),
+            "(NULL)");
+}
+
+TEST(CUDateTime, IsReadByManyThreads) {
+  TimeZoneVariable const variable("Europe/Berlin");
+  CUDateTime date(2026, 10, 25, 2, 30, 0);
+  std::vector<std::thread> threads;
+  std::vector<std::string> texts(4);
+  for (std::string& text : texts) {
+    threads.emplace_back([&date, &text] {
+      for (int i = 0; i < 300; ++i) {
+        text = Fields(date, true) + Utf8(date.Description()) + Utf8(date.GetString(true));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (std::string const& text : texts) EXPECT_EQ(text, texts.front());
+  EXPECT_EQ(texts.front().substr(0, 16), "2026 10 25 2 30 ");
+}
+
+// The locale is read once a process: this test is run once for each of several locales. In each of
+// them the texts are ICU's, of the fields as they stand in the zone.
+TEST(LocalizedDates, AreThoseOfTheLocale) {
+  TimeZoneVariable const variable("America/New_York");
+  char const* locale = "C";
+  for (char const* const name : {"LANG", "LC_TIME", "LC_ALL"}) {
+    char const* const value = std::getenv(name);
+    if (value != nullptr && *value != '\0') locale = value;
+  }
+  bool const plain = *locale == 'C';
+  char canonical[ULOC_FULLNAME_CAPACITY] = "en_US_POSIX";
+  UErrorCode status = U_ZERO_ERROR;
+  if (!plain) uloc_canonicalize(locale, canonical, ULOC_FULLNAME_CAPACITY, &status);
+  std::mt19937_64 random(9);
+  std::uniform_int_distribution<int> seconds(-1000000000, 1500000000);
+  UDateFormatStyle const styles[] = {UDAT_NONE, UDAT_SHORT, UDAT_MEDIUM, UDAT_LONG, UDAT_FULL};
+  for (int date = 0; date < 5; ++date) {
+    for (int time = date == 0 ? 1 : 0; time < 5; ++time) {
+      UDateFormat* const format =
+          udat_open(styles[time], styles[date], canonical, u"GMT", -1, nullptr, 0, &status);
+      ASSERT_TRUE(U_SUCCESS(status)) << canonical;
+      for (int i = 0; i < 20; ++i) {
+        CUDateTime moment(static_cast<double>(seconds(random)));
+        CFGregorianDate const fields = moment.GregorianDate(true);
+        tm parts = {};
+        parts.tm_year = fields.year - 1900;
+        parts.tm_mon = fields.month - 1;
+        parts.tm_mday = fields.day;
+        parts.tm_hour = fields.hour;
+        parts.tm_min = fields.minute;
+        parts.tm_sec = static_cast<int>(fields.second);
+        UChar buffer[256];
+        int32_t const length = udat_format(format, static_cast<double>(timegm(&parts)) * 1000,
+                                           buffer, 256, nullptr, &status);
+        CUStringMac expected(reinterpret_cast<unsigned short*>(buffer),
+                             static_cast<unsigned int>(length) * 2);
+        ASSERT_EQ(Utf8(moment.GetString(true, static_cast<CFDateFormatterStyle>(date),
+                                        static_cast<CFDateFormatterStyle>(time))),
+                  Utf8(expected))
+            << canonical;
+      }
+      udat_close(format);
+    }
+  }
+
+  CUDateTime moment(2026, 7, 4, 21, 5, 7);
+  EXPECT_EQ(Utf8(moment.GetString(true, kCFDateFormatterNoStyle, kCFDateFormatterNoStyle)), "");
+  EXPECT_EQ(Utf8(moment.GetString(false)), Utf8(moment.GetString(false, kCFDateFormatterMediumStyle,
+                                                                 kCFDateFormatterMediumStyle)));
+  if (plain) {
+    EXPECT_EQ(Utf8(moment.GetDateString(false)), "Jul 5, 2026");
+    EXPECT_EQ(Utf8(moment.GetTimeString(true)).substr(0, 7), "9:05:07");
+    EXPECT_EQ(Utf8(CUDateTime(1, 2, 3, 4, 5, 6).GetDateString(true)), "Feb 3, 1");
+  }
+  if (std::string(canonical) == "de_DE") {
+    EXPECT_EQ(Utf8(moment.GetString(true)), "04.07.2026, 21:05:07");
+  }
+}
