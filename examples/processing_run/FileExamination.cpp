@@ -1,8 +1,10 @@
 #include "FileExamination.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "FolderListing.h"
+#include "StopRequest.h"
 #include "TypeGuess.h"
 #include "VisibleText.h"
 
@@ -24,49 +26,58 @@ std::string ReasonOf(unsigned int errorCode, std::string const& path) {
   }
 }
 
-}  // namespace
-
-FileExamination::FileExamination(ProgressBar& bar, Failures& failures)
-    : m_bar(bar), m_failures(failures), m_block(kBlockSize) {}
-
-CUSharedPtr<Finding> FileExamination::Examine(CUSharedPtr<CUStringMac> path) {
-  CUSharedPtr<CUFileStream> file;
-  try {
-    file = new CUFileStream(path, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
-  } catch (unsigned int errorCode) {
-    std::string const text = Utf8Of(*path);
-    m_failures.Add(text, ReasonOf(errorCode, text));
-    return nullptr;
-  }
-  return ExamineOpened(*path, file);
+// A stream keeps the length of its opening, so the present one is asked of another.
+std::string BrokenOff(CUStringMac& path, unsigned long long bytesRead, unsigned long long length) {
+  CUFileStream again(&path, CUStream_FileMode_Open, CUStream_FileAccess_Read, true);
+  bool const shorter = again.CanRead() && again.Length() < length;
+  return std::string(shorter ? "became shorter while it was read" : "cannot be read to its end") +
+         ": " + std::to_string(bytesRead) + " of " + std::to_string(length) + " bytes came";
 }
 
-CUSharedPtr<Finding> FileExamination::ExamineOpened(CUStringMac& path,
-                                                    CUSharedPtr<CUFileStream> file) {
+}  // namespace
+
+FileExamination::FileExamination(std::function<void(unsigned long long)> onBytes)
+    : m_onBytes(std::move(onBytes)), m_block(kBlockSize) {}
+
+void FileExamination::Examine(FileTask& task) {
+  if (StopRequested()) return;
+  CUSharedPtr<CUFileStream> file;
+  try {
+    file = new CUFileStream(task.path, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
+  } catch (unsigned int errorCode) {
+    task.failure = ReasonOf(errorCode, Utf8Of(*task.path));
+    return;
+  }
+  ExamineOpened(task, file);
+}
+
+void FileExamination::ExamineOpened(FileTask& task, CUSharedPtr<CUFileStream> file) {
   unsigned long long const length = file->Length();
   std::string type = "empty";
   if (length != 0) {
     _CURange range = {0, std::min(length, kTypeGuessSize)};
     CUSharedPtr<CUMemoryStream> const head = CUMemoryStream::CreateMemoryStreamPtr(file, range);
     if (head == nullptr) {
-      AddBrokenOff(path, 0, length);
-      return nullptr;
+      task.failure = BrokenOff(*task.path, 0, length);
+      return;
     }
     type = GuessType(*head);
   }
 
   Checksum checksum;
   for (unsigned long long start = 0; start < length;) {
+    if (StopRequested()) return;
     _CURange const portion = {start, std::min(length - start, kPortionSize)};
     file->SetReadaleRange(portion);
     unsigned long long const bytesRead = ReadPortion(*file, start, checksum);
+    m_onBytes(bytesRead);
     start += bytesRead;
     if (bytesRead != portion.length) {
-      AddBrokenOff(path, start, length);
-      return nullptr;
+      task.failure = BrokenOff(*task.path, start, length);
+      return;
     }
   }
-  return new Finding(path, length, type, checksum.Sum());
+  task.finding = new Finding(*task.path, length, type, checksum.Sum());
 }
 
 // Asks for block after block until nothing comes: where the portion ends is the readable range's
@@ -80,18 +91,6 @@ unsigned long long FileExamination::ReadPortion(CUStream& stream, unsigned long 
                     CUStream_Seek_Origin_Begin);
     if (got == 0) return total;
     checksum.Add(m_block.data(), got);
-    m_bar.AddBytes(got);
     total += got;
   }
-}
-
-// A stream keeps the length of its opening, so the present one is asked of another.
-void FileExamination::AddBrokenOff(CUStringMac& path, unsigned long long bytesRead,
-                                   unsigned long long length) {
-  CUFileStream again(&path, CUStream_FileMode_Open, CUStream_FileAccess_Read, true);
-  bool const shorter = again.CanRead() && again.Length() < length;
-  m_failures.Add(
-      Utf8Of(path),
-      std::string(shorter ? "became shorter while it was read" : "cannot be read to its end") +
-          ": " + std::to_string(bytesRead) + " of " + std::to_string(length) + " bytes came");
 }

@@ -4,29 +4,27 @@
 
 #include <QuillmereLib/QuillmereLib.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "Checksum.h"
-#include "Failures.h"
-#include "Finding.h"
-#include "ProgressBar.h"
+#include "FileTask.h"
 
-// One for all files of a run: it keeps its buffer. One thread at a time.
+// One for all files of a thread: it keeps its buffer.
 class FileExamination {
  public:
-  // Both must live as long.
-  FileExamination(ProgressBar& bar, Failures& failures);
+  // Tells `onBytes` of each portion that it has read.
+  explicit FileExamination(std::function<void(unsigned long long)> onBytes);
 
-  // Null where the file cannot be read to its end, which then is among the failures.
-  CUSharedPtr<Finding> Examine(CUSharedPtr<CUStringMac> path);
+  // Gives the task its finding, or the reason why the file cannot be read to its end, or neither
+  // when the user wants to stop.
+  void Examine(FileTask& task);
 
  private:
-  CUSharedPtr<Finding> ExamineOpened(CUStringMac& path, CUSharedPtr<CUFileStream> file);
+  void ExamineOpened(FileTask& task, CUSharedPtr<CUFileStream> file);
   unsigned long long ReadPortion(CUStream& stream, unsigned long long start, Checksum& checksum);
-  void AddBrokenOff(CUStringMac& path, unsigned long long bytesRead, unsigned long long length);
 
-  ProgressBar& m_bar;
-  Failures& m_failures;
+  std::function<void(unsigned long long)> m_onBytes;
   std::vector<unsigned char> m_block;
 };

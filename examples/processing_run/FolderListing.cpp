@@ -1,15 +1,18 @@
 #include "FolderListing.h"
 
+#include <QuillmereLib/QuillmereLib.h>
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <system_error>
+#include <utility>
+
+#include "ErrorWords.h"
+#include "VisibleText.h"
 
 namespace {
 
@@ -18,6 +21,33 @@ struct CloseFolder {
 };
 
 std::string ReasonOf(int error) { return std::generic_category().message(error); }
+
+std::string ChildPath(std::string const& folder, char const* name) {
+  return folder == "/" ? folder + name : folder + "/" + name;
+}
+
+// Adds what the library's listings pass over, names that are not UTF-8. They also take a folder
+// that may not be read for an empty one: this gives the reason.
+std::string AddNamesWithoutText(std::string const& path, std::vector<ListedEntry>& entries) {
+  std::unique_ptr<DIR, CloseFolder> const folder(opendir(path.c_str()));
+  if (!folder) return ReasonOf(errno);
+  while (true) {
+    errno = 0;
+    dirent const* const entry = readdir(folder.get());
+    if (entry == nullptr) return errno == 0 ? std::string() : ReasonOf(errno);
+    std::string child = ChildPath(path, entry->d_name);
+    if (StringOf(child) == nullptr) entries.push_back({std::move(child), false});
+  }
+}
+
+void AddListed(CUSharedPtr<CUArray> const& listed, bool areFolders,
+               std::vector<ListedEntry>& entries) {
+  for (unsigned int i = 0; i < listed->Count(); ++i) {
+    CUSharedPtr<CUObject> const object = listed->ObjectAtIndex(i);
+    auto* const info = dynamic_cast<CUFileSysytemInfo*>(object.Get());
+    if (info != nullptr) entries.push_back({Utf8Of(*info->GetFullName()), areFolders});
+  }
+}
 
 }  // namespace
 
@@ -45,31 +75,21 @@ std::string LookAt(std::string const& path, Entry& entry) {
   return std::string();
 }
 
-std::string ListFolder(std::string const& path, std::vector<std::string>& names) {
-  names.clear();
-  int const descriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (descriptor < 0) return ReasonOf(errno);
-  std::unique_ptr<DIR, CloseFolder> const folder(fdopendir(descriptor));
-  if (!folder) {
-    int const error = errno;
-    close(descriptor);
-    return ReasonOf(error);
-  }
-
-  int error = 0;
-  while (true) {
-    errno = 0;
-    dirent const* const entry = readdir(folder.get());
-    if (entry == nullptr) {
-      error = errno;
-      break;
+std::string ListFolder(std::string const& path, std::vector<ListedEntry>& entries) {
+  entries.clear();
+  std::string problem = AddNamesWithoutText(path, entries);
+  if (problem.empty()) {
+    try {
+      CUSharedPtr<CUStringMac> const text = StringOf(path);
+      AddListed(CUDirectory::GetDirectories(text), true, entries);
+      AddListed(CUDirectory::GetFiles(text), false, entries);
+    } catch (unsigned int errorCode) {
+      problem = ErrorWords(errorCode);
     }
-    bool const isDots =
-        std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0;
-    if (!isDots) names.emplace_back(entry->d_name);
   }
-  std::sort(names.begin(), names.end());
-  return error == 0 ? std::string() : ReasonOf(error);
+  std::sort(entries.begin(), entries.end(),
+            [](ListedEntry const& one, ListedEntry const& other) { return one.path < other.path; });
+  return problem;
 }
 
 std::string WhyUnreadable(std::string const& path) {

@@ -3,35 +3,44 @@
 #include <utility>
 
 #include "FolderListing.h"
+#include "StopRequest.h"
 #include "VisibleText.h"
 
 namespace {
 
 struct Pending {
   std::string path;
-  bool given;  // by the user, not met on the way
+  std::string place;  // below the output folder
+  bool given;         // by the user, not met on the way
+  bool isFolder;      // known already
 };
 
-std::string ChildPath(std::string const& folder, std::string const& name) {
-  return folder == "/" ? folder + name : folder + "/" + name;
+std::string NameOf(std::string const& path) { return path.substr(path.rfind('/') + 1); }
+
+// A given path goes to the output under its name. One without a name of its own, such as "..", goes
+// there with what is in it.
+std::string PlaceOf(std::string const& givenPath) {
+  std::string const name = NameOf(givenPath);
+  return name == "." || name == ".." ? std::string() : name;
 }
 
 class Walk {
  public:
-  explicit Walk(Failures& failures) : m_failures(failures) { m_result.files = new CUMutableArray; }
+  explicit Walk(Failures& failures) : m_failures(failures) {}
 
   // Keeps what is still to be visited in a list of its own, so that the depth of the folders costs
   // no stack.
   WalkResult Run(std::vector<std::string> const& paths) {
     for (auto path = paths.rbegin(); path != paths.rend(); ++path) {
-      m_pending.push_back({*path, true});
+      m_pending.push_back({*path, PlaceOf(*path), true, false});
     }
-    while (!m_pending.empty()) {
+    while (!m_pending.empty() && !StopRequested()) {
       Pending const next = std::move(m_pending.back());
       m_pending.pop_back();
       Visit(next);
     }
-    return m_result;
+    m_result.stopped = !m_pending.empty();
+    return std::move(m_result);
   }
 
  private:
@@ -39,6 +48,10 @@ class Walk {
     CUSharedPtr<CUStringMac> const path = StringOf(next.path);
     if (path == nullptr) {
       m_failures.Add(next.path, "skipped, its name is not plain UTF-8");
+      return;
+    }
+    if (next.isFolder) {
+      VisitFolder(next);
       return;
     }
     Entry entry;
@@ -50,11 +63,11 @@ class Walk {
 
     switch (entry.kind) {
       case EntryKind::kFile:
-        m_result.files->AddObject(path);
+        m_result.files.push_back(new FileTask(path, next.place));
         m_result.bytes += entry.size;
         break;
       case EntryKind::kFolder:
-        VisitFolder(next.path);
+        VisitFolder(next);
         break;
       case EntryKind::kLinkToFolder:
         ++m_result.linksToFolders;
@@ -74,12 +87,14 @@ class Walk {
     }
   }
 
-  void VisitFolder(std::string const& path) {
-    std::vector<std::string> names;
-    std::string const problem = ListFolder(path, names);
-    if (!problem.empty()) m_failures.Add(path, "cannot be listed: " + problem);
-    for (auto name = names.rbegin(); name != names.rend(); ++name) {
-      m_pending.push_back({ChildPath(path, *name), false});
+  void VisitFolder(Pending const& folder) {
+    if (!folder.place.empty()) m_result.folders.push_back(folder.place);
+    std::vector<ListedEntry> entries;
+    std::string const problem = ListFolder(folder.path, entries);
+    if (!problem.empty()) m_failures.Add(folder.path, "cannot be listed: " + problem);
+    std::string const place = folder.place.empty() ? folder.place : folder.place + "/";
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+      m_pending.push_back({entry->path, place + NameOf(entry->path), false, entry->isFolder});
     }
   }
 

@@ -9,24 +9,44 @@ char const* const kHelpText =
     "table, and writes a report. Without a path it reads /usr/share/common-licenses, or\n"
     "/usr/share/doc/base-files where that is missing.\n"
     "\n"
+    "  --output FOLDER      copy the files there too, each given path under its name\n"
+    "  --recycle            at the end, send the output folder with all in it to the trash\n"
     "  --report-file PATH   where the report goes (./processing_report.txt)\n"
-    "  --overwrite          replace a file of that name whatever it is; without this, only\n"
-    "                       an earlier report is replaced\n"
+    "  --overwrite          replace files of the names of the report and the copies, whatever\n"
+    "                       they are; without this, only an earlier report is replaced\n"
+    "  --threads N          read on so many threads (one for each processor)\n"
     "  --sort KEY           name (by the rules of your language), size or type\n"
     "  --descending         the last first\n"
     "  --help               show this text\n"
     "\n"
     "Links to files are read, links to folders are not followed. The checksum is 64-bit\n"
-    "FNV-1a. What could not be read is told on standard error, a line each.\n"
+    "FNV-1a. What could not be read or copied is told on standard error, a line each.\n"
+    "Ctrl-C stops: files that are copied by then stay, none is left incomplete, and the\n"
+    "report says so.\n"
     "\n"
-    "Exit status: 0 all went well; 1 some entries, or the report, failed; 2 wrong usage,\n"
-    "nothing was done.\n";
+    "Exit status: 0 all went well; 1 some entries, the report or the recycling failed;\n"
+    "2 wrong usage, nothing was done; 130 stopped by Ctrl-C.\n";
 
 namespace {
 
 constexpr char const* kDefaultFolder = "/usr/share/common-licenses";
 constexpr char const* kOtherDefaultFolder = "/usr/share/doc/base-files";
 constexpr char const* kDefaultReportFile = "processing_report.txt";
+
+std::string WithoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+// Entries can be created only by a path with a folder in it, and several folders at once only where
+// each has one.
+void AddFolder(CUSharedPtr<CUStringMac>& path) {
+  if (Utf8Of(*path).front() == '/') return;
+  CUStringMac here(".", CUString_CharCode_UTF8);
+  CUSharedPtr<CUStringMac> const longer = new CUStringMac;
+  here.PathAppend(*path, *longer);
+  path = longer;
+}
 
 class Parser {
  public:
@@ -42,7 +62,7 @@ class Parser {
       } else if (argument == "--") {
         optionsOver = true;
       } else {
-        std::string const problem = TakeOption(argument);
+        std::string problem = TakeOption(argument);
         if (!problem.empty()) return problem;
       }
     }
@@ -54,7 +74,8 @@ class Parser {
   std::string TakeOption(std::string const& argument) {
     std::size_t const equals = argument.find('=');
     std::string const name = argument.substr(0, equals);
-    bool const valued = name == "--sort" || name == "--report-file";
+    bool const valued =
+        name == "--sort" || name == "--report-file" || name == "--output" || name == "--threads";
     std::string value;
     if (!valued && equals != std::string::npos) {
       return "option " + VisibleText(name) + " takes no value";
@@ -69,11 +90,17 @@ class Parser {
     }
 
     if (name == "--sort") return SetSortKey(value);
-    if (name == "--report-file") return SetReportFile(value);
+    if (name == "--report-file") return SetPath("report", value, m_options.reportFile);
+    if (name == "--output") {
+      return SetPath("output", WithoutTrailingSlashes(value), m_options.output);
+    }
+    if (name == "--threads") return SetThreadCount(value);
     if (name == "--descending") {
       m_options.descending = true;
     } else if (name == "--overwrite") {
       m_options.overwrite = true;
+    } else if (name == "--recycle") {
+      m_options.recycle = true;
     } else if (name == "--help" || name == "-h") {
       m_options.help = true;
     } else {
@@ -95,18 +122,22 @@ class Parser {
     return std::string();
   }
 
-  std::string SetReportFile(std::string const& value) {
-    m_options.reportFile = StringOf(value);
-    if (m_options.reportFile == nullptr) {
-      return "the report's path " + VisibleText(value) + " is not UTF-8 text";
-    }
-    return std::string();
+  static std::string SetPath(std::string const& whose, std::string const& value,
+                             CUSharedPtr<CUStringMac>& path) {
+    path = StringOf(value);
+    if (path != nullptr) return std::string();
+    return "the " + whose + "'s path " + VisibleText(value) + " is not UTF-8 text";
   }
 
-  void AddPath(std::string path) {
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
-    m_options.paths.push_back(path);
+  std::string SetThreadCount(std::string const& value) {
+    bool const plausible =
+        value.size() <= 3 && value.find_first_not_of("0123456789") == std::string::npos;
+    m_options.threadCount = plausible ? static_cast<unsigned int>(std::stoul(value)) : 0;
+    if (m_options.threadCount != 0) return std::string();
+    return "the number of threads must be from 1 to 999, not " + VisibleText(value);
   }
+
+  void AddPath(std::string const& path) { m_options.paths.push_back(WithoutTrailingSlashes(path)); }
 
   char const* const* m_rest;
   char const* const* m_end;
@@ -117,20 +148,19 @@ class Parser {
 
 std::string ParseOptions(int argc, char const* const* argv, Options& options) {
   options.reportFile = StringOf(kDefaultReportFile);
-  std::string const problem = Parser(argc, argv, options).Parse();
+  std::string problem = Parser(argc, argv, options).Parse();
   if (!problem.empty()) return problem;
 
   if (options.paths.empty()) {
     bool const there = CUDirectory::Exists(StringOf(kDefaultFolder));
     options.paths.push_back(there ? kDefaultFolder : kOtherDefaultFolder);
   }
-  // A file can be created only by a path with a folder in it.
-  CUStringMac folder;
-  if (CUFailed(options.reportFile->PathRemoveLastComponent(folder))) {
-    CUStringMac here(".", CUString_CharCode_UTF8);
-    CUSharedPtr<CUStringMac> const path = new CUStringMac;
-    here.PathAppend(*options.reportFile, *path);
-    options.reportFile = path;
+  if (options.recycle && options.output == nullptr) return "--recycle needs --output";
+  if (options.threadCount == 0) {
+    options.threadCount = static_cast<unsigned int>(CUEnvironment::ProcessorCount());
   }
+  CUStringMac folder;
+  if (CUFailed(options.reportFile->PathRemoveLastComponent(folder))) AddFolder(options.reportFile);
+  if (options.output != nullptr) AddFolder(options.output);
   return std::string();
 }

@@ -12,9 +12,12 @@
 struct Options {
   std::vector<std::string> paths;  // without trailing slashes; never empty
   CUSharedPtr<CUStringMac> reportFile;
+  CUSharedPtr<CUStringMac> output;  // the folder for copies; null for none
   FindingKey sortKey = FindingKey::kName;
   bool descending = false;
   bool overwrite = false;
+  bool recycle = false;          // the output folder, at the end
+  unsigned int threadCount = 0;  // of the examination; at least 1 when parsed
   bool help = false;
 };
 

@@ -3,7 +3,7 @@
 #include "VisibleText.h"
 
 PathParts SplitPath(CUStringMac& path) {
-  PathParts const parts = {new CUStringMac, new CUStringMac, new CUStringMac, new CUStringMac};
+  PathParts parts = {new CUStringMac, new CUStringMac, new CUStringMac, new CUStringMac};
   CUStringMac whole(path);
   if (CUFailed(whole.PathGetFileName(*parts.name))) {
     CUStringMac here(".", CUString_CharCode_UTF8);

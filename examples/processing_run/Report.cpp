@@ -29,11 +29,23 @@ std::string FindingLine(Finding const& finding) {
          "\t" + VisibleText(Utf8Of(*parts.folder)) + "\n";
 }
 
+// The present moment twice: the same in every language, and as the user writes it.
+std::string DateLine() {
+  CUDateTime now;
+  return "date\t" + Field(now.Description()) + VisibleText(Utf8Of(*now.GetString(true))) + "\n";
+}
+
 std::string ReportText(RunResult const& result, std::vector<Failures::Failure> const& failures) {
-  std::string text = kSignature;
+  std::string text = kSignature + DateLine();
+  if (result.stopped) text += "stopped\tby the user, before all was done\n";
   for (std::string const& path : result.paths) text += "given\t" + VisibleText(path) + "\n";
   text += "files\t" + std::to_string(result.findings->Count()) + "\n";
   text += "bytes\t" + std::to_string(result.bytes) + "\n";
+  if (result.output != nullptr) {
+    text += "output\t" + VisibleText(Utf8Of(*result.output)) + "\n";
+    text += "files copied\t" + std::to_string(result.filesCopied) + "\n";
+    text += "bytes copied\t" + std::to_string(result.bytesCopied) + "\n";
+  }
   text += "links to folders, not followed\t" + std::to_string(result.linksToFolders) + "\n";
   text += "failures\t" + std::to_string(failures.size()) + "\n";
   for (Failures::Failure const& failure : failures) {
@@ -68,7 +80,7 @@ std::string WhyNoReport(CUSharedPtr<CUStringMac> path, bool overwrite) {
 
 std::string WriteReport(CUSharedPtr<CUStringMac> path, bool overwrite, RunResult const& result,
                         std::vector<Failures::Failure> const& failures) {
-  std::string const problem = WhyNoReport(path, overwrite);
+  std::string problem = WhyNoReport(path, overwrite);
   if (!problem.empty()) return problem;
 
   std::string const visible = VisibleText(Utf8Of(*path));

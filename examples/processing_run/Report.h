@@ -15,7 +15,11 @@ struct RunResult {
   std::vector<std::string> paths;        // as they were given
   CUSharedPtr<CUMutableArray> findings;  // in the order of showing
   unsigned long linksToFolders = 0;
-  unsigned long long bytes = 0;  // of all findings
+  unsigned long long bytes = 0;     // of all findings
+  CUSharedPtr<CUStringMac> output;  // null where nothing was to be copied
+  unsigned int filesCopied = 0;
+  unsigned long long bytesCopied = 0;
+  bool stopped = false;  // by the user, before all was done
 };
 
 // Says why no report can go to `path`, or gives an empty text: its folder must exist, and a file

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "DriveText.h"
 #include "Finding.h"
 #include "VisibleText.h"
 
@@ -49,6 +50,12 @@ void PrintGivenPath(std::string const& path) {
   std::printf("  name        %s\n", Cell(parts.name).c_str());
   std::printf("  less ext.   %s\n", Cell(parts.nameNoExtension).c_str());
   std::printf("  extension   %s\n", Cell(parts.extension).c_str());
+  std::printf("  drive       %s\n", DriveText(text).c_str());
+}
+
+void PrintOutput(CUSharedPtr<CUStringMac> path) {
+  std::printf("output %s\n", Cell(path).c_str());
+  std::printf("  drive       %s\n", DriveText(path).c_str());
 }
 
 void PrintTable(RunResult const& result, std::size_t failureCount) {
@@ -70,4 +77,7 @@ void PrintTable(RunResult const& result, std::size_t failureCount) {
   for (Row const& row : rows) PrintRow(row, widths);
   std::printf("\nfiles %u, bytes %llu, links to folders not followed %lu, failures %zu\n",
               result.findings->Count(), result.bytes, result.linksToFolders, failureCount);
+  if (result.output == nullptr) return;
+  std::printf("files copied %u, bytes copied %llu, to %s\n", result.filesCopied, result.bytesCopied,
+              Cell(result.output).c_str());
 }

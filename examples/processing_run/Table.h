@@ -8,8 +8,11 @@
 
 #include "Report.h"
 
-// The given path with its components and names.
+// The given path with its components, its names and its drive.
 void PrintGivenPath(std::string const& path);
+
+// Where the run writes, and the drive there.
+void PrintOutput(CUSharedPtr<CUStringMac> path);
 
 // The findings in aligned columns, and a line that sums them up.
 void PrintTable(RunResult const& result, std::size_t failureCount);

@@ -56,7 +56,7 @@ std::string Utf8Of(CUStringMac& text) {
 }
 
 CUSharedPtr<CUStringMac> StringOf(std::string const& bytes) {
-  CUSharedPtr<CUStringMac> const text = new CUStringMac(bytes.c_str(), CUString_CharCode_UTF8);
+  CUSharedPtr<CUStringMac> text = new CUStringMac(bytes.c_str(), CUString_CharCode_UTF8);
   if (Utf8Of(*text) != bytes) return nullptr;
   return text;
 }

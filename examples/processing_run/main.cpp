@@ -1,4 +1,5 @@
-// processing_run: reads every file under the given paths and reports on them.
+// processing_run: reads every file under the given paths, copies them if asked to, and
+// reports on them.
 
 #include <QuillmereLib/QuillmereLib.h>
 
@@ -6,62 +7,99 @@
 #include <cstdio>
 #include <exception>
 
-#include "FileExamination.h"
+#include "ErrorWords.h"
 #include "Finding.h"
 #include "FolderWalk.h"
 #include "Options.h"
+#include "OutputFolder.h"
+#include "ParallelExamination.h"
 #include "ProgressBar.h"
 #include "Report.h"
+#include "StopRequest.h"
 #include "Table.h"
+#include "TreeCopy.h"
 #include "VisibleText.h"
 
 namespace {
 
-enum ExitStatus { kAllWell = 0, kSomeFailed = 1, kWrongUsage = 2 };
+enum ExitStatus { kAllWell = 0, kSomeFailed = 1, kWrongUsage = 2, kStopped = 130 };
 
 RunResult ProcessFiles(Options const& options, ProgressBar& bar, Failures& failures) {
   WalkResult const walk = WalkPaths(options.paths, failures);
-  bar.Begin(walk.files->Count(), walk.bytes);
+  bar.Begin(std::string(), static_cast<unsigned int>(walk.files.size()), walk.bytes);
+  ExamineFiles(walk.files, options.threadCount, bar, failures);
+  bar.Hide();
 
   RunResult result;
   result.paths = options.paths;
   result.linksToFolders = walk.linksToFolders;
+  result.stopped = walk.stopped;
   result.findings = new CUMutableArray;
-  FileExamination examination(bar, failures);
-  for (unsigned int i = 0; i < walk.files->Count(); ++i) {
-    CUSharedPtr<CUObject> const object = walk.files->ObjectAtIndex(i);
-    CUSharedPtr<CUStringMac> const path = dynamic_cast<CUStringMac*>(object.Get());
-    CUSharedPtr<Finding> const finding = examination.Examine(path);
-    bar.AddFile();
-    if (finding == nullptr) continue;
-    result.bytes += finding->Size();
-    result.findings->AddObject(finding);
+  for (CUSharedPtr<FileTask> const& task : walk.files) {
+    if (task->finding != nullptr) {
+      result.bytes += task->finding->Size();
+      result.findings->AddObject(task->finding);
+    } else if (task->failure.empty()) {
+      result.stopped = true;
+    }
   }
-  bar.Hide();
   result.findings->SortUsingDescriptor(new FindingOrder(options.sortKey, options.descending));
+
+  if (options.output != nullptr && !result.stopped) {
+    TreeCopy copy(options.output, options.overwrite, bar, failures);
+    result.stopped = !copy.Run(walk);
+    bar.Hide();
+    result.filesCopied = copy.FilesCopied();
+    result.bytesCopied = copy.BytesCopied();
+  }
+  result.output = options.output;
   return result;
+}
+
+// Why nothing can be done at all, or an empty text.
+std::string WhyNot(Options const& options) {
+  std::string problem = WhyNoReport(options.reportFile, options.overwrite);
+  if (problem.empty() && options.output != nullptr) problem = WhyNoOutput(options);
+  return problem;
 }
 
 // The report is written before the table is shown: it is there also if nobody reads the table.
 int Run(Options const& options) {
-  std::string problem = WhyNoReport(options.reportFile, options.overwrite);
+  std::string problem = WhyNot(options);
   if (!problem.empty()) {
     WriteProblem(problem);
     return kWrongUsage;
   }
   for (std::string const& path : options.paths) PrintGivenPath(path);
+  PrintOutput(options.output != nullptr ? options.output : options.reportFile);
 
   ProgressBar bar;
   Failures failures(bar);
   RunResult const result = ProcessFiles(options, bar, failures);
+  bool failed = !failures.All().empty();
   problem = WriteReport(options.reportFile, options.overwrite, result, failures.All());
   PrintTable(result, failures.All().size());
   if (problem.empty()) {
     std::printf("Report: %s\n", VisibleText(Utf8Of(*options.reportFile)).c_str());
   } else {
     WriteProblem(problem);
+    failed = true;
   }
-  return problem.empty() && failures.All().empty() ? kAllWell : kSomeFailed;
+
+  if (result.stopped) {
+    WriteProblem("stopped before all was done");
+    return kStopped;
+  }
+  if (options.recycle) {
+    problem = RecycleOutput(options.output);
+    if (problem.empty()) {
+      std::printf("Recycled: %s\n", VisibleText(Utf8Of(*options.output)).c_str());
+    } else {
+      WriteProblem(problem);
+      failed = true;
+    }
+  }
+  return failed ? kSomeFailed : kAllWell;
 }
 
 int RunCommandLine(int argc, char const* const* argv) {
@@ -89,12 +127,13 @@ int RunCommandLine(int argc, char const* const* argv) {
 int main(int argc, char** argv) {
   // A run goes on to its report when whoever reads its output has gone.
   std::signal(SIGPIPE, SIG_IGN);
+  NoteInterrupts();
   try {
     return RunCommandLine(argc, argv);
   } catch (std::exception const& failure) {
     WriteProblem(failure.what());
   } catch (unsigned int errorCode) {
-    WriteProblem("error code " + std::to_string(errorCode));
+    WriteProblem(ErrorWords(errorCode));
   }
   return kSomeFailed;
 }

@@ -67,7 +67,7 @@ files 3, bytes 7, links to folders not followed 0, failures 0
 Report: ./processing_report.txt
 END
 grep -v ' %, ' wanted >wanted.table
-grep -v ' %, ' out | diff wanted.table - || wrong "table"
+grep -v -e ' %, ' -e '^  drive ' -e '^output ' out | diff wanted.table - || wrong "table"
 has out "100 %, 3 of 3 files"
 cat >wanted <<END
 processing_run report, format 1
@@ -84,7 +84,112 @@ abcdef	abcdef		text	1	af63dc4c8601ec8c	plain/sub.d
 
 end of report
 END
-diff wanted processing_report.txt || wrong "report"
+sed 2d processing_report.txt | diff wanted - || wrong "report"
+sed -n 2p processing_report.txt |
+  grep -qxE "date$tab[0-9]{4}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}$tab.*[0-9].*" ||
+  wrong "date: $(sed -n 2p processing_report.txt)"
+size=$(($(stat -f -c '%b * %S' .)))
+[ "$(grep -cE "^  drive       /.*: .*, .*label.*, [0-9]+ of $size bytes free, ready\$" out)" = 2 ] ||
+  wrong "drives, of $size bytes: $(grep '^  drive' out)"
+has out 'output ./processing_report.txt'
+
+# --- Copies: the tree with its empty folders, and the sums of its files.
+mkdir -p many/empty/inner many/a/b
+for number in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do
+  seq $((number * 3000)) >many/a/$number
+  : >many/a/b/$number
+done
+ln -s 7 many/a/link
+sums() { grep -v ^name processing_report.txt | awk -F"$tab" 'NF == 7 {print $1, $5, $6, $7}'; }
+run 0 --output made/copy/ many plain/sub.d/abcdef
+diff -r many made/copy/many || wrong "copied tree"
+[ ! -L made/copy/many/a/link ] && cmp plain/sub.d/abcdef made/copy/abcdef || wrong "copied files"
+grep -qx "files copied$tab$(find -L many plain/sub.d -type f | wc -l)" processing_report.txt ||
+  wrong "count of copies: $(cat processing_report.txt)"
+has out 'output ./made/copy'
+has out 'copied: 100 %, 42 of 42 files'
+sums | sed 's,many,made/copy/many,; s,plain/sub.d,made/copy,' >sums.source
+run 0 made/copy
+sums | diff sums.source - || wrong "sums of the copies"
+(cd plain/sub.d && "$program" --report-file ../../r --output ../../dots .. >../../out) ||
+  wrong "copies of '..'"
+diff -r plain dots || wrong "places of what is in '..'"
+
+# --- What stands there already stays, unless it is to be replaced.
+mkdir -p there/sub.d/abcdef
+printf old >there/.hidden
+run 1 --output there plain/sub.d plain/.hidden plain/äöü.txt plain/äöü.txt
+has err 'processing_run: plain/.hidden: not copied to ./there/.hidden: a file is there already; --overwrite replaces it'
+has err 'processing_run: plain/sub.d/abcdef: not copied to ./there/sub.d/abcdef: a folder is there already'
+has err 'processing_run: plain/äöü.txt: not copied to ./there/äöü.txt: another file of this run is there'
+[ "$(cat there/.hidden)" = old ] && cmp plain/äöü.txt there/äöü.txt || wrong "there already"
+run 0 --overwrite --output there plain/.hidden
+[ ! -s there/.hidden ] || wrong "replaced copy"
+run 1 --output there/äöü.txt/below plain
+has err 'processing_run: ./there/äöü.txt/below: the folder cannot be created: the system refuses'
+
+# --- However many threads there are, the report is the same.
+run 0 --threads 1 --sort type many plain
+sed 2d processing_report.txt >one
+for threads in 2 8; do
+  run 0 --threads $threads --sort type many plain
+  sed 2d processing_report.txt | diff one - || wrong "report of $threads threads"
+done
+
+# --- Ctrl-C while a file is read, and while one is copied over an old one.
+mkdir reading cut cut/old cut/old/film
+truncate -s 64G reading/film
+# interrupt CONDITION ARGUMENT...: once the condition holds.
+interrupt() {
+  condition=$1
+  shift
+  rm -f processing_report.txt
+  "$program" "$@" >out 2>err &
+  running=$!
+  until eval "$condition" || ! kill -0 $running 2>/dev/null; do :; done
+  kill -INT $running
+  wait $running
+  got=$?
+  [ $got -eq 130 ] || wrong "status $got of an interrupted run: $*"
+  has err 'processing_run: stopped before all was done'
+  has processing_report.txt "stopped${tab}by the user, before all was done"
+  [ "$(wc -l <err)" -eq 1 ] || wrong "interrupted: $(cat err)"
+}
+interrupt 'ls -l /proc/$running/fd 2>/dev/null | grep -qF reading/film' --output never reading plain
+[ ! -e never ] || wrong "copied after an interrupt"
+rm -r reading cut
+mkdir long long/last cut cut/long
+head -c 256M /dev/zero >long/film
+: >long/zero
+printf old >cut/long/film
+interrupt '[ -d cut/long/last ]' --overwrite --output cut long plain
+[ "$(cat cut/long/film)" = old ] || wrong "the old file after an interrupt"
+rm cut/long/film
+rmdir cut/long/last
+interrupt '[ -d cut/long/last ]' --output cut long plain
+[ -z "$(find cut -type f)" ] || wrong "left by an interrupt: $(find cut -type f)"
+has processing_report.txt "files copied${tab}0"
+rm -r long
+
+# --- To the trash.
+mkdir home
+export HOME="$room/home" XDG_DATA_HOME="$room/home/data"
+"$program" --recycle --output gone plain >out 2>err
+case $? in
+  0)
+    diff -r plain home/data/Trash/files/gone/plain || wrong "recycled tree"
+    [ ! -e gone ] || wrong "recycled and still there"
+    has out 'Recycled: ./gone'
+    XDG_DATA_HOME=/dev/null/data run 1 --recycle --output stays plain
+    has err 'processing_run: ./stays: the output cannot be recycled: the system refuses, or the drive has no trash'
+    diff -r plain stays/plain || wrong "not recycled and not there"
+    ;;
+  1)
+    echo "not tested: recycling ($(cat err))"
+    has err 'processing_run: ./gone: the output cannot be recycled: the system refuses, or the drive has no trash'
+    ;;
+  *) wrong "status of recycling: $(cat err)" ;;
+esac
 
 # --- Orders, and types. An earlier report may be replaced.
 mkdir types
@@ -106,7 +211,7 @@ done
 grep -q "^d.*data" processing_report.txt && grep -q "^z.*data" processing_report.txt ||
   wrong "data taken for something else"
 run 0 --sort=size --descending --report-file=down types
-[ "$(sed -n 9p down | cut -f 1)" = t ] || wrong "descending"
+[ "$(sed -n 10p down | cut -f 1)" = t ] || wrong "descending"
 
 # --- A file of several portions, with a different byte at each end: the sum of its zeroes is known.
 mkdir big
@@ -193,6 +298,11 @@ if $become "$program" --help >/dev/null 2>err; then
   has err 'processing_run: closed/locked: cannot be listed: Permission denied'
   has theirs/report "failures${tab}2"
   has theirs/report "files${tab}1"
+  for threads in 1 8; do
+    $become "$program" --threads $threads --report-file theirs/report closed/secret closed/open \
+      closed closed/secret plain closed >out 2>err.$threads
+  done
+  [ "$(grep -c secret err.1)" = 4 ] && diff err.1 err.8 || wrong "failures on several threads"
   if command -v script >/dev/null; then
     TERM=xterm script -qec "$become $program --report-file theirs/report closed" /dev/null \
       >out </dev/null
@@ -217,7 +327,7 @@ run 0 --overwrite --report-file letter plain
 tail -n 1 letter | grep -qx 'end of report' || wrong "overwritten"
 run 0 --report-file letter types
 run 0 --report-file letter plain
-diff wanted letter || wrong "a report over a longer one"
+sed 2d letter | diff wanted - || wrong "a report over a longer one"
 
 # --- Outputs that cannot be written.
 if [ -c /dev/full ]; then
@@ -233,7 +343,10 @@ fi
 # --- Usage.
 run 0 --help
 grep -q '^Usage: processing_run' out || wrong "help"
-for arguments in --unknown -x '--sort colour' --sort --report-file= --overwrite=1; do
+for arguments in --unknown -x '--sort colour' --sort --report-file= --overwrite=1 --recycle \
+    '--threads 0' '--threads -1' '--threads 1000' '--output letter plain' '--output plain plain' \
+    '--output plain/below/x plain' '--output ./odd/../plain/new plain' \
+    '--recycle --output . plain' '--recycle --output new --report-file new/r plain'; do
   run 2 $arguments
   [ "$(wc -l <err)" -eq 1 ] && [ ! -s out ] || wrong "usage $arguments: $(cat err out)"
 done
@@ -248,6 +361,9 @@ if command -v script >/dev/null; then
   grep -qF 'and\u{1b}[31m' out || wrong "the table on a terminal"
   grep -qF "${escape}[31m" out && wrong "raw escape character on a terminal"
   grep -qF ' of 4 files' out || wrong "count beside the bar"
+  TERM=xterm script -qec "stty cols 120; $program --output shown big" /dev/null >out </dev/null
+  grep -qE '\[#+-*\] copied: [0-9]+ %, [01] of 1 files, [0-9.]+ [kM]?B of 2.2 MB' out ||
+    wrong "bytes beside the bar"
 else
   echo "not tested: the bar, as there is no script program"
 fi
