@@ -9,59 +9,17 @@
 #include <QBuffer>
 #include <QFile>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 
 #include "QuillmereLib/streams/CUFileStream.h"
 #include "QuillmereLib/streams/CUMemoryStream.h"
 #include "benchmarks/Cases.h"
+#include "benchmarks/TemporaryFiles.h"
 
 namespace {
 
 constexpr std::size_t kFileSize = std::size_t{64} << 20;
 constexpr std::size_t kGrownSize = std::size_t{8} << 20;
-
-// A folder for the program's files, removed at its end.
-class Folder {
- public:
-  Folder() {
-    m_path = (std::filesystem::temp_directory_path() / "quillmere-bench-XXXXXX").string();
-    if (mkdtemp(m_path.data()) == nullptr) std::abort();
-  }
-  ~Folder() { std::filesystem::remove_all(m_path); }
-  std::string File(std::string const& name) const { return m_path + "/" + name; }
-
- private:
-  std::string m_path;
-};
-
-Folder const& TheFolder() {
-  static Folder const folder;
-  return folder;
-}
-
-class Descriptor {
- public:
-  Descriptor(std::string const& path, int flags) : m_number(open(path.c_str(), flags, 0644)) {
-    if (m_number < 0) std::abort();
-  }
-  ~Descriptor() { close(m_number); }
-  Descriptor(Descriptor const&) = delete;
-  Descriptor& operator=(Descriptor const&) = delete;
-  int Get() const { return m_number; }
-
- private:
-  int m_number;
-};
-
-void FillFile(std::string const& path) {
-  Descriptor const file(path, O_WRONLY | O_CREAT | O_TRUNC);
-  std::vector<char> const block(std::size_t{1} << 20, 'q');
-  for (std::size_t done = 0; done < kFileSize; done += block.size()) {
-    if (write(file.Get(), block.data(), block.size()) < 0) std::abort();
-  }
-  fsync(file.Get());
-}
 
 // Files of each library behind one face: opened on `path`, transferring at a position.
 
@@ -258,7 +216,7 @@ void RegisterMemoryReads() {
 }
 
 void RegisterAll() {
-  FillFile(TheFolder().File("existing"));
+  FillFile(TheFolder().File("existing"), kFileSize);
   RegisterTransfers<OurFile>("quillmere");
   RegisterTransfers<PlainFile>("pread_pwrite");
   RegisterTransfers<QtFile>("qfile_unbuffered");

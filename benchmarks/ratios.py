@@ -30,6 +30,18 @@ LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer
     (r"collections/.*", r"std_vector", 1.1),
     (r"streams/(read|write)_.*", r"pread_pwrite", 1.1),
     (r"streams/grow_.*", r"ftruncate_pwrite", 1.3),
+    (r"files/copy_.*", r"cp|std_copy_file|g_file_copy", 1.05),
+    (r"files/move", r"rename_with_checks", 1.5),
+    (r"files/list_.*", r"readdir", 3.0),
+    (r"files/list_.*", r"qdir|g_file_enumerator|std_directory_iterator", 1.0),
+    (r"files/delete_.*", r"std_remove_all", 1.3),
+    (r"files/delete_.*", r"qdir|poco_file", 1.0),
+    (r"dates/now_fields", r"localtime_r", 3.0),
+    (r"dates/now_fields", r"qdatetime|poco_localdatetime|gdatetime", 1.0),
+    (r"dates/fixed_text", r"qdatetime", 1.0),
+    (r"dates/localised_text", r"icu_kept_format", 1.2),
+    (r"threads/queue", r"std_deque", 1.2),
+    (r"threads/start_join", r"pthread", 1.2),
 ]]
 
 

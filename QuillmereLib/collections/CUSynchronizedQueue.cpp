@@ -1,5 +1,7 @@
 #include "QuillmereLib/collections/CUSynchronizedQueue.h"
 
+#include <utility>
+
 CUSynchronizedQueue::CUSynchronizedQueue() { Clear(); }
 
 CUSynchronizedQueue::~CUSynchronizedQueue() = default;
@@ -14,7 +16,7 @@ CUSharedPtr<CUObject> CUSynchronizedQueue::Dequeue() {
   CUSharedPtr<CUObject> object;
   m_lock.Lock();
   if (m_items.Count() != 0) {
-    object = m_items.ObjectAtIndex(0);
+    object = std::move(m_items.GetInternalArray()->front());
     m_items.RemoveObjectAtIndex(0);
   }
   m_lock.Unlock();

@@ -189,7 +189,13 @@ CUSharedPtr<CUArray> CUDirectoryInfo::GetObjects(bool wantDirectories) {
   HFSUniStr255 name;
   CUStringMac path;
   while (iterator.Next(wantDirectories, &name)) {
-    if (CUFailed(fullName.PathAppend(PathComponent(&name), path))) continue;
+    CUStringMac const component = PathComponent(&name);
+    // A text for which there was no memory counts as empty, and would make the entry this
+    // directory.
+    if (static_cast<CFStringRef>(component) == nullptr ||
+        CUFailed(fullName.PathAppend(component, path)) || path.Length() == 0) {
+      continue;
+    }
     if (wantDirectories) {
       objects->AddObject(new CUDirectoryInfo(path));
     } else {
