@@ -68,7 +68,7 @@ TEST(CUFileInfo, DeletesFilesAndLinksAlone) {
   } const cases[] = {{"missing", 0}, {"dir", 7},  {"file", 0}, {"dangling", 0},
                      {"toDir", 0},   {"fifo", 0}, {"hard", 0}, {"file/x", 0}};
   for (auto const& [name, code] : cases) {
-    EXPECT_EQ(CodeOf([&] { CUFile::Delete(Make(base + name)); }), code) << name;
+    EXPECT_EQ(CodeOf([&, &name = name] { CUFile::Delete(Make(base + name)); }), code) << name;
     bool const remains = fs::symlink_status(base + name).type() != fs::file_type::not_found;
     EXPECT_EQ(remains, code != 0) << name;
   }
@@ -120,7 +120,7 @@ TEST(CUFileInfo, RenamesWithoutReplacing) {
   for (auto const& [from, to, code, renamed] : cases) {
     WriteFile(base + "a", "new");
     CUFileInfo info(Make(base + from));
-    EXPECT_EQ(CodeOf([&] { info.Rename(Make(to)); }), code) << from << " " << to;
+    EXPECT_EQ(CodeOf([&, &to = to] { info.Rename(Make(to)); }), code) << from << " " << to;
     EXPECT_EQ(Utf8(info.GetFullName()), base + (renamed ? to : from)) << to;
     struct stat facts;
     EXPECT_EQ(lstat((base + to).c_str(), &facts) == 0,

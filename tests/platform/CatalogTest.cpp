@@ -191,7 +191,7 @@ TEST_F(Catalog, NeverReplacesByRenaming) {
     return faults + to_string(left);
   };
   EXPECT_EQ(work(0), "5");
-  for (unsigned const denied : {EINVAL, ENOSYS}) {
+  for (unsigned const denied : {unsigned{EINVAL}, unsigned{ENOSYS}}) {
     EXPECT_EQ(InChild([&] { return work(denied); }), "5") << denied;
   }
 }

@@ -14,7 +14,8 @@ using Text = CFHolder<CFStringRef>;
 
 CFStringRef MakeText(std::u16string const& units) {
   return CFStringCreateWithCharacters(kCFAllocatorDefault,
-                                      reinterpret_cast<UniChar const*>(units.data()), units.size());
+                                      reinterpret_cast<UniChar const*>(units.data()),
+                                      static_cast<CFIndex>(units.size()));
 }
 
 CFMutableDictionaryRef MakeDictionary() {
