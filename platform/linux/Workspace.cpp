@@ -58,6 +58,7 @@ struct Recycling {
   void* context;
   std::atomic<bool> done{false};
   CFIndex error = 0;
+  std::thread worker{};
 };
 
 struct RecyclingSource {
@@ -81,11 +82,17 @@ gboolean Dispatch(GSource* source, GSourceFunc, gpointer) {
     WaitLong(source);
     return G_SOURCE_CONTINUE;
   }
+  recycling->worker.join();
   recycling->handler(recycling->error, recycling->context);
   return G_SOURCE_REMOVE;
 }
 
-void Finalize(GSource* source) { delete RecyclingOf(source); }
+// Where the run loop has gone before the end, the worker is the last to know the source.
+void Finalize(GSource* source) {
+  Recycling* const recycling = RecyclingOf(source);
+  if (recycling->worker.joinable()) recycling->worker.detach();
+  delete recycling;
+}
 
 GSourceFuncs g_recyclingFuncs = {nullptr, nullptr, Dispatch, Finalize, nullptr, nullptr};
 
@@ -132,7 +139,8 @@ bool Start(FileHandle file, WorkspaceHandler handler, void* context) {
   WaitLong(source.Get());
   g_source_attach(source.Get(), runLoop->context);
   try {
-    std::thread([shared = SourceHandle(g_source_ref(source.Get()))] { Work(shared); }).detach();
+    RecyclingOf(source.Get())->worker =
+        std::thread([shared = SourceHandle(g_source_ref(source.Get()))] { Work(shared); });
     return true;
   } catch (std::exception const&) {
     g_source_destroy(source.Get());
