@@ -2,6 +2,9 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include <new>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/linux/BlockDevices.h"
 #include "platform/linux/CFObject.h"
@@ -10,7 +13,9 @@
 struct __DASession final : CFObject {};
 
 struct __DADisk final : CFObject {
-  std::string name;
+  explicit __DADisk(std::string&& bsdName) : name(std::move(bsdName)) {}
+
+  std::string const name;
 };
 
 DASessionRef DASessionCreate(CFAllocatorRef) { return MakeCFObject<__DASession>(0); }
@@ -18,19 +23,16 @@ DASessionRef DASessionCreate(CFAllocatorRef) { return MakeCFObject<__DASession>(
 DADiskRef DADiskCreateFromVolumePath(CFAllocatorRef, DASessionRef session, CFURLRef path) {
   FSRef ref;
   if (session == nullptr || path == nullptr || !CFURLGetFSRef(path, &ref)) return nullptr;
-  DADiskRef const disk = MakeCFObject<__DADisk>(0);
-  if (disk == nullptr) return nullptr;
+  std::string name;
   try {
     std::vector<MountedVolume> const table = ReadMountTable();
     MountedVolume const* const volume = VolumeAt(table, ref.path);
-    if (volume != nullptr && volume->mountPoint == ref.path) {
-      disk->name = DeviceNameOf(*volume);
-      return disk;
-    }
+    if (volume == nullptr || volume->mountPoint != ref.path) return nullptr;
+    name = DeviceNameOf(*volume);
   } catch (std::bad_alloc const&) {
+    return nullptr;
   }
-  CFRelease(disk);
-  return nullptr;
+  return MakeCFObject<__DADisk>(0, std::move(name));
 }
 
 char const* DADiskGetBSDName(DADiskRef disk) {

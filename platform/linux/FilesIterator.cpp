@@ -30,21 +30,22 @@ bool IsDots(char const* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-// Moves on to the next entry, of whatever name, in the buffer; errFSNoMoreItems at the end.
-OSErr Advance(FSIterator iterator, dirent64 const** entry) {
+// Moves on to the next entry, of whatever name, in the buffer; null, with errFSNoMoreItems or a
+// failure in `*status`, where there is none.
+dirent64 const* Advance(FSIterator iterator, OSErr* status) {
   if (iterator->next == iterator->end) {
     ssize_t const read = Uninterrupted([&] {
       return getdents64(iterator->directory.Get(), iterator->buffer, sizeof iterator->buffer);
     });
     // A directory that is deleted meanwhile has no more entries.
-    if (read < 0 && errno != ENOENT) return StatusFromErrno(errno);
-    if (read <= 0) return errFSNoMoreItems;
+    *status = read < 0 && errno != ENOENT ? StatusFromErrno(errno) : OSErr{errFSNoMoreItems};
+    if (read <= 0) return nullptr;
     iterator->next = 0;
     iterator->end = static_cast<std::size_t>(read);
   }
-  *entry = reinterpret_cast<dirent64 const*>(iterator->buffer + iterator->next);
-  iterator->next += (*entry)->d_reclen;
-  return noErr;
+  auto const* const entry = reinterpret_cast<dirent64 const*>(iterator->buffer + iterator->next);
+  iterator->next += entry->d_reclen;
+  return entry;
 }
 
 // Not every file system says the kind in its listing. False for an entry that is gone.
@@ -91,9 +92,9 @@ OSErr FSGetCatalogInfoBulk(FSIterator iterator, ItemCount maximumObjects, ItemCo
   if (containerChanged != nullptr) *containerChanged = false;
   HFSUniStr255 unwanted;
   while (*actualObjects < maximumObjects) {
-    dirent64 const* entry = nullptr;
-    OSErr const status = Advance(iterator, &entry);
-    if (status != noErr) return status;
+    OSErr status = noErr;
+    dirent64 const* const entry = Advance(iterator, &status);
+    if (entry == nullptr) return status;
     HFSUniStr255* const name = names != nullptr ? names + *actualObjects : &unwanted;
     if (IsDots(entry->d_name) ||
         !UnitsFromFileName(entry->d_name, std::strlen(entry->d_name), name) ||
