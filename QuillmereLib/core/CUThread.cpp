@@ -21,7 +21,7 @@ int CUThread::Start(void* data) {
   m_data = data;
   pthread_t created{};
   int const result = pthread_create(&created, nullptr, ThreadFunc_static, this);
-  m_thread = created;
+  m_thread = result == 0 ? created : pthread_t{};  // a failure leaves anything there
   m_started = true;
   return result;
 }
