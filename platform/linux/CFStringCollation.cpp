@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "platform/linux/CFStringObject.h"
@@ -20,11 +21,15 @@
 namespace {
 
 constexpr UniChar kFirstPrintable = 0x20;
-constexpr UniChar kLastPrintable = 0x7E;
 constexpr int kAsciiCount = 0x80;
 
 // A small number for each ASCII character; 0 for those of which a table says nothing.
 using AsciiTable = std::array<UInt8, kAsciiCount>;
+
+// The same for the letters of most European languages as well. Behind them come letters that few
+// texts have, and then marks that combine with what stands before them.
+constexpr int kLatinCount = 0x180;
+using LatinTable = std::array<UInt16, kLatinCount>;
 
 // Without a set locale ICU answers with one that orders like code points. People expect an order of
 // words also there, which is that of no language.
@@ -42,30 +47,44 @@ CollatorHandle OpenCollator(UCollationStrength strength) {
   return U_SUCCESS(status) ? std::move(collator) : CollatorHandle();
 }
 
-// The bytes by which the collator sorts one character, less the ending zero; empty for a character
-// that it ignores, and for one that makes more than one collation element.
-std::string SortKeyOfCharacter(UCollator* collator, UChar unit) {
+enum class Level { kPrimary, kAll };
+
+// Whether a character makes one collation element with a weight at the primary level, and no other;
+// at the primary level those without a weight there, such as accents, are not counted.
+bool MakesOneElement(UCollator* collator, UChar unit, Level level) {
   UErrorCode status = U_ZERO_ERROR;
   CollationElementsHandle const elements(ucol_openElements(collator, &unit, 1, &status));
-  if (U_FAILURE(status) || ucol_next(elements.Get(), &status) == UCOL_NULLORDER ||
-      ucol_next(elements.Get(), &status) != UCOL_NULLORDER) {
-    return {};
+  int primaries = 0;
+  int others = 0;
+  while (U_SUCCESS(status)) {
+    int32_t const element = ucol_next(elements.Get(), &status);
+    if (element == UCOL_NULLORDER) break;
+    ++(ucol_primaryOrder(element) != 0 ? primaries : others);
   }
+  return U_SUCCESS(status) && primaries == 1 && (level == Level::kPrimary || others == 0);
+}
+
+// The bytes by which the collator sorts one character, less the ending zero; empty for a character
+// that it ignores, and for one that makes more than one element.
+std::string SortKeyOfCharacter(UCollator* collator, UChar unit, Level level) {
+  if (!MakesOneElement(collator, unit, level)) return {};
   char key[64];
   int32_t const size =
       ucol_getSortKey(collator, &unit, 1, reinterpret_cast<uint8_t*>(key), sizeof key);
   return size <= 1 || size > 64 ? std::string() : std::string(key, static_cast<size_t>(size) - 1);
 }
 
-// Numbers the printable characters by the order of the collator, equal ones alike, from 1.
-AsciiTable NumberByOrder(UCollator* collator) {
+// Numbers the characters from the first printable one by the order of the collator, equal ones
+// alike, from 1.
+template <class Table>
+Table NumberByOrder(UCollator* collator, Level level) {
   std::map<std::string, std::vector<UChar>> byKey;
-  for (UChar unit = kFirstPrintable; unit <= kLastPrintable; ++unit) {
-    std::string key = SortKeyOfCharacter(collator, unit);
+  for (UChar unit = kFirstPrintable; unit < std::tuple_size_v<Table>; ++unit) {
+    std::string key = SortKeyOfCharacter(collator, unit, level);
     if (!key.empty()) byKey[std::move(key)].push_back(unit);
   }
-  AsciiTable numbers = {};
-  UInt8 number = 0;
+  Table numbers = {};
+  typename Table::value_type number = 0;
   for (auto const& [key, units] : byKey) {
     ++number;
     for (UChar const unit : units) numbers[unit] = number;
@@ -76,7 +95,7 @@ AsciiTable NumberByOrder(UCollator* collator) {
 // Forgets the characters that are part of a letter of several characters, as "c" and "h" are in
 // Czech: all of them in `anywhere`, and in `amongAscii` those whose other parts are ASCII as well.
 // False where that cannot be learned.
-bool ForgetContractions(UCollator* collator, AsciiTable& amongAscii, AsciiTable& anywhere) {
+bool ForgetContractions(UCollator* collator, AsciiTable& amongAscii, LatinTable& anywhere) {
   UErrorCode status = U_ZERO_ERROR;
   SetHandle const contractions(uset_openEmpty());
   ucol_getContractionsAndExpansions(collator, contractions.Get(), nullptr, true, &status);
@@ -89,22 +108,21 @@ bool ForgetContractions(UCollator* collator, AsciiTable& amongAscii, AsciiTable&
     bool const ascii =
         std::all_of(text, text + length, [](UChar unit) { return unit < kAsciiCount; });
     for (UChar const* unit = text; unit != text + length; ++unit) {
-      if (*unit >= kAsciiCount) continue;
-      anywhere[*unit] = 0;
+      if (*unit < kLatinCount) anywhere[*unit] = 0;
       if (ascii) amongAscii[*unit] = 0;
     }
   }
   return U_SUCCESS(status);
 }
 
-// What a collation says of printable ASCII, read off it once: so most texts are compared and
+// What a collation says of printable characters, read off it once: so most texts are compared and
 // searched without asking it again. The tables know the characters that the collation takes one by
 // one, and say nothing of the others.
 struct PlainCharacters {
   // Ranks at the first level, where letters differ: in texts of ASCII, and in any text as long as
-  // no other than ASCII follows.
-  AsciiTable ranksAmongAscii = {};
-  AsciiTable ranksAnywhere = {};
+  // none but these characters follows.
+  LatinTable ranksAmongAscii = {};
+  LatinTable ranksAnywhere = {};
   // Equal numbers for what is equal at the strengths with and without case.
   AsciiTable classes = {};
   AsciiTable classesWithoutCase = {};
@@ -126,20 +144,16 @@ PlainCharacters ReadPlainCharacters() {
   CollatorHandle const tertiary = OpenCollator(UCOL_TERTIARY);
   PlainCharacters plain;
   if (!primary || !secondary || !tertiary || !CountsCharacters(tertiary.Get())) return plain;
-  AsciiTable known = NumberByOrder(tertiary.Get());
-  AsciiTable knownAnywhere = known;
-  if (!ForgetContractions(tertiary.Get(), known, knownAnywhere)) return plain;
-
-  auto const restrict = [](AsciiTable numbers, AsciiTable const& to) {
-    for (int i = 0; i < kAsciiCount; ++i) {
-      if (to[static_cast<size_t>(i)] == 0) numbers[static_cast<size_t>(i)] = 0;
-    }
-    return numbers;
-  };
-  plain.ranksAmongAscii = restrict(NumberByOrder(primary.Get()), known);
-  plain.ranksAnywhere = restrict(NumberByOrder(primary.Get()), knownAnywhere);
-  plain.classes = known;
-  plain.classesWithoutCase = restrict(NumberByOrder(secondary.Get()), known);
+  plain.classes = NumberByOrder<AsciiTable>(tertiary.Get(), Level::kAll);
+  plain.ranksAnywhere = NumberByOrder<LatinTable>(primary.Get(), Level::kPrimary);
+  plain.ranksAmongAscii = plain.ranksAnywhere;
+  if (!ForgetContractions(tertiary.Get(), plain.classes, plain.ranksAnywhere)) return {};
+  plain.classesWithoutCase = NumberByOrder<AsciiTable>(secondary.Get(), Level::kAll);
+  for (std::size_t i = 0; i < kAsciiCount; ++i) {
+    if (plain.classes[i] != 0) continue;
+    plain.classesWithoutCase[i] = 0;
+    plain.ranksAmongAscii[i] = 0;
+  }
   return plain;
 }
 
@@ -210,19 +224,19 @@ CFComparisonResult CompareByIcu(UCollator* collator, CFStringRef first, CFString
 // do not decide: ranks that are all equal (case, or nothing at all, makes the difference), a
 // character without a rank, or one that what follows may still change.
 template <class FirstUnit, class SecondUnit>
-std::optional<CFComparisonResult> CompareByRank(AsciiTable const& ranks, FirstUnit const* first,
+std::optional<CFComparisonResult> CompareByRank(LatinTable const& ranks, FirstUnit const* first,
                                                 CFIndex firstLength, SecondUnit const* second,
                                                 CFIndex secondLength) {
   auto const rankAt = [&ranks](auto const* text, CFIndex length, CFIndex i) {
-    auto const isAscii = [](auto unit) { return UnitOf(unit) < kAsciiCount; };
-    bool const settled = isAscii(text[i]) && (i + 1 == length || isAscii(text[i + 1]));
-    return settled ? ranks[UnitOf(text[i])] : UInt8{0};
+    auto const isLatin = [](auto unit) { return UnitOf(unit) < kLatinCount; };
+    bool const settled = isLatin(text[i]) && (i + 1 == length || isLatin(text[i + 1]));
+    return settled ? ranks[UnitOf(text[i])] : UInt16{0};
   };
   CFIndex const shared = std::min(firstLength, secondLength);
   for (CFIndex i = 0; i < shared; ++i) {
     if (UnitOf(first[i]) == UnitOf(second[i])) continue;
-    UInt8 const firstRank = rankAt(first, firstLength, i);
-    UInt8 const secondRank = rankAt(second, secondLength, i);
+    UInt16 const firstRank = rankAt(first, firstLength, i);
+    UInt16 const secondRank = rankAt(second, secondLength, i);
     if (firstRank == 0 || secondRank == 0) return std::nullopt;
     if (firstRank != secondRank) {
       return firstRank < secondRank ? kCFCompareLessThan : kCFCompareGreaterThan;
