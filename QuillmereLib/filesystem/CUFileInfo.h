@@ -14,7 +14,8 @@ struct __FSFileOperation;
 // How a copy or move tells of itself. The caller owns it and keeps it alive for the call.
 struct _CopyProgress_Info {
   // Called on the calling thread, at most every 0.1 seconds and once at the end, with sizes in
-  // bytes; false stops the work. Must not be null. Never called for an empty file.
+  // bytes; false stops the work. Must not be null, and must not throw: the system's run loop calls
+  // it. Never called for an empty file.
   bool (*progressCallback)(unsigned long long total, unsigned long long completed,
                            void* clientData);
   void* clientData;   // passed back untouched
