@@ -4,8 +4,6 @@
 #include <CoreServices/CoreServices.h>
 
 #include "QuillmereLib/core/ThrowErrorCode.h"
-#include "QuillmereLib/filesystem/CUDirectory.h"
-#include "QuillmereLib/filesystem/CUFile.h"
 #include "QuillmereLib/streams/CUFileStream.h"
 
 void CUFileStream::ClearMemberValue() {
@@ -21,9 +19,13 @@ void CUFileStream::Init(CUStringMac* path, CUStream_FileMode mode, CUStream_File
   ClearMemberValue();
   if (path == nullptr) ThrowErrorCode(CUError_NullArgument);
   if (path->Length() == 0) ThrowErrorCode(CUError_InvalidArgument);
-  if (CUDirectory::Exists(path)) ThrowErrorCode(CUError_NotSupported);
-
-  bool const fileExists = CUFile::Exists(path);
+  // One look tells what CUDirectory::Exists and CUFile::Exists do.
+  FSRef ref;
+  Boolean isDirectory = false;
+  char const* const text = *path;
+  bool const fileExists =
+      FSPathMakeRef(reinterpret_cast<UInt8 const*>(text), &ref, &isDirectory) == noErr;
+  if (isDirectory) ThrowErrorCode(CUError_NotSupported);
   bool const readOnly = access == CUStream_FileAccess_Read;
   switch (mode) {
     case CUStream_FileMode_Append:

@@ -100,6 +100,7 @@ class QUILLMERE_API CUFileStream : public CUStream {
   unsigned long long z_Write(unsigned char* buffer, unsigned long long size);
   void z_SetLength(unsigned long long length);
   void z_CloseNoLock();
+  int ForkRef() const { return forkRef; }  // 0 when closed
   long long CalcNewPos(long long offset, CUStream_Seek_Origin origin);
   unsigned short CUStream_Seek_Origin_To_OS_Seek_Origin(CUStream_Seek_Origin origin);
 

@@ -226,14 +226,16 @@ CUSharedPtr<CUStringMac> CUStringMac::CreateWithFormatV(CUSharedPtr<CUStringMac>
   char const* const pattern = *copy;
   if (pattern == nullptr) return nullptr;
 
+  char brief[256];
   va_list measured;
   va_copy(measured, arguments);
-  int const length = std::vsnprintf(nullptr, 0, pattern, measured);
+  int const length = std::vsnprintf(brief, sizeof brief, pattern, measured);
   va_end(measured);
   if (length < 0) return nullptr;
 
   std::size_t const size = static_cast<std::size_t>(length) + 1;
-  std::unique_ptr<char, FreeBlock> const text(static_cast<char*>(std::calloc(1, size)));
+  if (size <= sizeof brief) return new CUStringMac(brief, CUString_CharCode_UTF8);
+  std::unique_ptr<char, FreeBlock> const text(static_cast<char*>(std::malloc(size)));
   if (!text) return nullptr;
   va_list written;
   va_copy(written, arguments);

@@ -95,6 +95,7 @@ std::size_t PathLength(FSRef const& ref) noexcept {
 
 void CopyRef(FSRef const& source, std::size_t length, FSRef* target) noexcept {
   std::memcpy(target->path, source.path, length + 1);
+  target->isFile = false;
 }
 
 OSErr AppendToPath(FSRef* path, std::size_t* pathLength, char const* bytes,
@@ -105,6 +106,7 @@ OSErr AppendToPath(FSRef* path, std::size_t* pathLength, char const* bytes,
   if (needsSlash) path->path[end++] = '/';
   std::memcpy(path->path + end, bytes, length);
   path->path[end + length] = '\0';
+  path->isFile = false;
   *pathLength = end + length;
   return noErr;
 }

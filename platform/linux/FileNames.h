@@ -28,7 +28,8 @@ OSErr NamingFailure(int error) noexcept;
 // The length of the path in `ref`; 0 where it holds none that ends within it.
 std::size_t PathLength(FSRef const& ref) noexcept;
 
-// Copies a path of `length` bytes and its null, not the unused rest of the buffer.
+// Copies a path of `length` bytes and its null, not the unused rest of the buffer. What the entry
+// is counts as unknown then, and so it does after the next two.
 void CopyRef(FSRef const& source, std::size_t length, FSRef* target) noexcept;
 
 // Puts a slash where one is missing and `length` bytes behind the `*pathLength` bytes in `path`,

@@ -4,6 +4,7 @@
 #include <CoreServices/Files.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -180,6 +181,23 @@ OSErr Transfer(FSIORefNum number, UInt16 mode, SInt64 offset, ByteCount count, B
   return status;
 }
 
+// Each piece goes to where the fork ends as it is written, so that writers who do not know of each
+// other never write over what the other one has just appended.
+OSErr Append(FSIORefNum number, ByteCount count, void const* buffer, ByteCount* actual) {
+  ByteCount appended = 0;
+  auto const append = [&](ByteCount done, ByteCount size, SInt64) {
+    iovec const piece = {const_cast<char*>(static_cast<char const*>(buffer)) + done, size};
+    ssize_t const moved = pwritev2(DescriptorOf(number), &piece, 1, -1, RWF_APPEND);
+    if (moved > 0) appended = done + static_cast<ByteCount>(moved);
+    return moved;
+  };
+  OSErr const status = Transfer(number, fsFromStart, 0, count, actual, O_RDONLY, dskFulErr, append);
+  // The system's own offset, which nothing else moves, is behind the last piece.
+  SInt64 const end = appended > 0 ? lseek(DescriptorOf(number), 0, SEEK_CUR) : 0;
+  FSSetForkPosition(number, appended > 0 ? fsFromStart : fsFromLEOF, end);
+  return status;
+}
+
 }  // namespace
 
 OSErr FSGetDataForkName(HFSUniStr255* forkName) {
@@ -196,8 +214,10 @@ OSErr FSOpenFork(FSRef const* ref, UniCharCount forkNameLength, UniChar const*, 
   }
   // Looked at before opening, as opening alone can wake the other end of a FIFO.
   struct stat facts;
-  if (lstat(ref->path, &facts) != 0) return StatusFromErrno(errno);
-  if (!HasFork(facts)) return opWrErr;
+  if (!ref->isFile) {
+    if (lstat(ref->path, &facts) != 0) return StatusFromErrno(errno);
+    if (!HasFork(facts)) return opWrErr;
+  }
   Descriptor descriptor = OpenWithPermission(*ref, permissions);
   if (!descriptor.IsOpen()) return IsOfAnotherKind(errno) ? OSErr{opWrErr} : StatusFromErrno(errno);
   if (fstat(descriptor.Get(), &facts) != 0) return StatusFromErrno(errno);
@@ -264,6 +284,9 @@ OSErr FSReadFork(FSIORefNum forkRefNum, UInt16 positionMode, SInt64 positionOffs
 
 OSErr FSWriteFork(FSIORefNum forkRefNum, UInt16 positionMode, SInt64 positionOffset,
                   ByteCount requestCount, void const* buffer, ByteCount* actualCount) {
+  if (positionMode == fsFromLEOF && positionOffset == 0) {
+    return Append(forkRefNum, requestCount, buffer, actualCount);
+  }
   auto const write = [=](ByteCount done, ByteCount size, SInt64 position) {
     return pwrite(DescriptorOf(forkRefNum), static_cast<char const*>(buffer) + done, size,
                   position);

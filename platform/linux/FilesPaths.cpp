@@ -92,6 +92,7 @@ OSStatus FSPathMakeRefWithOptions(UInt8 const* path, OptionBits options, FSRef* 
   if (mustBeDirectory && !LeadsToDirectory(entry, facts)) return dirNFErr;
 
   CopyRef(entry, length, ref);
+  ref->isFile = S_ISREG(facts.st_mode);
   if (isDirectory != nullptr) *isDirectory = S_ISDIR(facts.st_mode);
   return noErr;
 }

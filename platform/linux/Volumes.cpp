@@ -125,6 +125,7 @@ OSErr TellOf(FSVolumeRefNum number, FSVolumeInfo* info, HFSUniStr255* volumeName
   }
   if (rootDirectory != nullptr) {
     std::memcpy(rootDirectory->path, volume->mountPoint.c_str(), volume->mountPoint.size() + 1);
+    rootDirectory->isFile = false;
   }
   return noErr;
 }

@@ -343,7 +343,14 @@ TEST_F(Files, TransfersAtEveryModeAndKeepsTheMark) {
     EXPECT_EQ(bytes, c.bytes) << c.mode << " " << c.offset;
     EXPECT_EQ(Mark(fork), c.mark) << c.mode << " " << c.offset;
   }
-  EXPECT_EQ(Write(fork, fsFromLEOF, 0, "AB"), "0 2");
+  // At the end as it is by then, whoever has moved it.
+  FSIORefNum other = 0;
+  ASSERT_EQ(Open(root + "/file", fsRdWrPerm, &other), noErr);
+  EXPECT_EQ(Write(fork, fsFromLEOF, 0, "A"), "0 1");
+  EXPECT_EQ(Write(other, fsFromLEOF, 0, "B"), "0 1");
+  EXPECT_EQ(Mark(fork), 11);
+  EXPECT_EQ(Write(fork, fsFromLEOF, 0, ""), "0 0");
+  EXPECT_EQ(FSCloseFork(other), noErr);
   EXPECT_EQ(Write(fork, fsFromMark, 1, "C"), "0 1");
   EXPECT_EQ(Write(fork, fsFromStart, 1, "xy"), "0 2");
   EXPECT_EQ(Write(fork, fsFromMark, -4, "n"), "-40 0");
@@ -392,6 +399,8 @@ TEST_F(Files, KeepsToThePermissionsAndToTheProcess) {
   EXPECT_EQ(Read(writer, fsAtMark, 0, 1, &bytes), permErr);
   EXPECT_EQ(bytes, "");
   EXPECT_EQ(Write(reader, fsAtMark, 0, "x"), "-54 0");
+  EXPECT_EQ(Write(reader, fsFromLEOF, 0, "x"), "-54 0");
+  EXPECT_EQ(Mark(reader), 3);
   EXPECT_EQ(FSSetForkSize(reader, fsFromStart, 0), permErr);
   EXPECT_EQ(BytesOf(root + "/file"), "abc");
   int inherited = 0;
@@ -413,6 +422,7 @@ TEST_F(Files, KeepsToThePermissionsAndToTheProcess) {
     EXPECT_EQ(Read(number, fsAtMark, 0, 3, &bytes), rfNumErr);
     EXPECT_EQ(bytes, "");
     EXPECT_EQ(Write(number, fsAtMark, 0, "x"), "-51 0");
+    EXPECT_EQ(Write(number, fsFromLEOF, 0, "x"), "-51 0");
     EXPECT_EQ(FSCloseFork(number), rfNumErr);
   }
 }

@@ -43,6 +43,7 @@ struct HFSUniStr255 {
 // the entry is moved or deleted; a call on it then fails with fnfErr.
 struct FSRef {
   char path[4096];
+  Boolean isFile;  // whether a look at the entry has found a regular file
 };
 
 // A moment: seconds since the start of 1904, UTC, of which `highSeconds` holds the bits above 32,
@@ -214,8 +215,10 @@ CF_INSIDE OSErr FSReadFork(FSIORefNum forkRefNum, UInt16 positionMode, SInt64 po
 
 // Writes `requestCount` bytes at the place that mode and offset name, and sets the mark behind what
 // was written, also where less was written than asked for. A fork that is not long enough grows.
-// permErr where it is not open for writing, dskFulErr where no more fits. `actualCount` (may be
-// null) receives the number of bytes written in every case; fewer than asked for come with a
-// failure status.
+// What goes to the very end, fsFromLEOF and 0, is put behind whatever stands there as it is
+// written: of two writers, also of two processes, neither writes over the other. (Not on a network
+// volume.) permErr where it is not open for writing, dskFulErr where no more fits. `actualCount`
+// (may be null) receives the number of bytes written in every case; fewer than asked for come with
+// a failure status.
 CF_INSIDE OSErr FSWriteFork(FSIORefNum forkRefNum, UInt16 positionMode, SInt64 positionOffset,
                             ByteCount requestCount, void const* buffer, ByteCount* actualCount);
