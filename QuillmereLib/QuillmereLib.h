@@ -32,3 +32,6 @@
 #include "QuillmereLib/filesystem/CUFileSysytemInfo.h"
 // values: dates
 #include "QuillmereLib/values/CUDateTime.h"
+// logging
+#include "QuillmereLib/logging/CULog.h"
+#include "QuillmereLib/logging/CUPerformanceLogger.h"

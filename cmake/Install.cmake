@@ -6,6 +6,7 @@ include(CMakePackageConfigHelpers)
 set(QUILLMERE_INTERNAL_HEADERS
     core/CFHolder.h
     core/ThrowErrorCode.h
+    logging/LogState.h
     strings/TextBuilder.h)
 
 set(exclude_internal)
@@ -25,6 +26,7 @@ if(NOT APPLE)
   install(DIRECTORY platform/include/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QuillmereLib/platform
           FILES_MATCHING PATTERN "*.h")
+  install(PROGRAMS tools/quillmere-system-report DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
 endif()
 install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

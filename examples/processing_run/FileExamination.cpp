@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "FolderListing.h"
+#include "RunLogs.h"
 #include "StopRequest.h"
 #include "TypeGuess.h"
 #include "VisibleText.h"
@@ -41,6 +42,7 @@ FileExamination::FileExamination(std::function<void(unsigned long long)> onBytes
 
 void FileExamination::Examine(FileTask& task) {
   if (StopRequested()) return;
+  BeginReading(task);
   CUSharedPtr<CUFileStream> file;
   try {
     file = new CUFileStream(task.path, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
@@ -49,6 +51,10 @@ void FileExamination::Examine(FileTask& task) {
     return;
   }
   ExamineOpened(task, file);
+  if (task.finding == nullptr) return;
+  EndReading(task);
+  CULog::Write(kLogDebug, "read %s: %s, %llu bytes", Utf8Of(*task.path).c_str(),
+               task.finding->Type().c_str(), task.finding->Size());
 }
 
 void FileExamination::ExamineOpened(FileTask& task, CUSharedPtr<CUFileStream> file) {

@@ -17,10 +17,12 @@ char const* const kHelpText =
     "  --threads N          read on so many threads (one for each processor)\n"
     "  --sort KEY           name (by the rules of your language), size or type\n"
     "  --descending         the last first\n"
+    "  --report             have a report on the machine written beside the logs\n"
     "  --help               show this text\n"
     "\n"
     "Links to files are read, links to folders are not followed. The checksum is 64-bit\n"
     "FNV-1a. What could not be read or copied is told on standard error, a line each.\n"
+    "Two logs of all runs are kept in the user's data folder; the last lines name them.\n"
     "Ctrl-C stops: files that are copied by then stay, none is left incomplete, and the\n"
     "report says so.\n"
     "\n"
@@ -101,6 +103,8 @@ class Parser {
       m_options.overwrite = true;
     } else if (name == "--recycle") {
       m_options.recycle = true;
+    } else if (name == "--report") {
+      m_options.systemReport = true;
     } else if (name == "--help" || name == "-h") {
       m_options.help = true;
     } else {

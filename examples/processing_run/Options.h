@@ -17,6 +17,7 @@ struct Options {
   bool descending = false;
   bool overwrite = false;
   bool recycle = false;          // the output folder, at the end
+  bool systemReport = false;     // beside the logs
   unsigned int threadCount = 0;  // of the examination; at least 1 when parsed
   bool help = false;
 };

@@ -1,6 +1,7 @@
 #include "TreeCopy.h"
 
 #include "ErrorWords.h"
+#include "RunLogs.h"
 #include "StopRequest.h"
 #include "VisibleText.h"
 
@@ -69,6 +70,7 @@ bool TreeCopy::CopyFile(FileTask& task, unsigned long long bytesBefore) {
   } else {
     CopyState state = {m_bar, bytesBefore, false};
     _CopyProgress_Info info = {OnProgress, &state, nullptr};
+    BeginCopying(task);
     try {
       CUResult const result =
           CUFileInfo(task.path).CopyWithProgress(destination, &info, m_overwrite);
@@ -81,6 +83,8 @@ bool TreeCopy::CopyFile(FileTask& task, unsigned long long bytesBefore) {
     }
   }
   if (problem.empty()) {
+    EndCopying(task);
+    CULog::Write(kLogDebug, "copied to %s", Utf8Of(*destination).c_str());
     ++m_filesCopied;
     m_bytesCopied += task.finding->Size();
   } else {

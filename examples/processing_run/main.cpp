@@ -15,6 +15,7 @@
 #include "ParallelExamination.h"
 #include "ProgressBar.h"
 #include "Report.h"
+#include "RunLogs.h"
 #include "StopRequest.h"
 #include "Table.h"
 #include "TreeCopy.h"
@@ -70,6 +71,9 @@ int Run(Options const& options) {
     WriteProblem(problem);
     return kWrongUsage;
   }
+  RunLogs logs;
+  CULog::Write(kLogInfo, "run over %zu paths", options.paths.size());
+  if (options.systemReport) logs.StartSystemReport();
   for (std::string const& path : options.paths) PrintGivenPath(path);
   PrintOutput(options.output != nullptr ? options.output : options.reportFile);
 
@@ -86,8 +90,13 @@ int Run(Options const& options) {
     failed = true;
   }
 
+  CULog::Write(kLogInfo, "%u files read, %u copied, %zu failures", result.findings->Count(),
+               result.filesCopied, failures.All().size());
+  logs.PrintPlaces();
+
   if (result.stopped) {
     WriteProblem("stopped before all was done");
+    CULog::Write(kLogWarning, "stopped before all was done");
     return kStopped;
   }
   if (options.recycle) {

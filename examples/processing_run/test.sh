@@ -7,7 +7,8 @@ trap 'rm -rf "$room"' EXIT
 trap 'exit 1' HUP INT TERM
 chmod 755 "$room"
 cd "$room" || exit 1
-export LC_ALL=C.UTF-8
+export LC_ALL=C.UTF-8 XDG_DATA_HOME="$room/data"
+logs=$room/data/Tavik_Inc_IC/Quillmere
 problems=0
 tab=$(printf '\t')
 escape=$(printf '\033')
@@ -65,9 +66,12 @@ abcdef            text      1  af63dc4c8601ec8c  plain/sub.d
 
 files 3, bytes 7, links to folders not followed 0, failures 0
 Report: ./processing_report.txt
+Log: LOGS/processing_run0.log to 9.log
+Records: LOGS/QMR_ImageStabilization.csv (reading), QMR_Export.csv (copying)
 END
 grep -v ' %, ' wanted >wanted.table
-grep -v -e ' %, ' -e '^  drive ' -e '^output ' out | diff wanted.table - || wrong "table"
+grep -v -e ' %, ' -e '^  drive ' -e '^output ' out | sed "s,$logs,LOGS," | diff wanted.table - ||
+  wrong "table"
 has out "100 %, 3 of 3 files"
 cat >wanted <<END
 processing_run report, format 1
@@ -92,6 +96,36 @@ size=$(($(stat -f -c '%b * %S' .)))
 [ "$(grep -cE "^  drive       /.*: .*, .*label.*, [0-9]+ of $size bytes free, ready\$" out)" = 2 ] ||
   wrong "drives, of $size bytes: $(grep '^  drive' out)"
 has out 'output ./processing_report.txt'
+
+# --- Both logs: a line a step, a record a file, none for a file that failed; the system report.
+lines() { sed "s,^\[[0-9/]* [0-9:]*\]$tab,," "$logs/processing_run0.log" | tr -d '\r'; }
+cells() { tail -n +2 "$logs/QMR_$1.csv" | tr -d '\r' | awk -F'","' '{print $1, $6, $8}' | sort; }
+rm -r "$logs"
+ln -s nowhere plain/dangling
+run 1 --threads 1 --report --output logged plain
+rm plain/dangling
+lines >lines
+for line in 'INFO run over 1 paths' 'DEBUG read plain/.hidden: empty, 0 bytes' \
+    'ERROR plain/dangling: a link that leads nowhere: No such file or directory' \
+    'DEBUG copied to ./logged/plain/äöü.txt' 'INFO 3 files read, 3 copied, 1 failures'; do
+  has lines "[${line%% *}]$tab${line#* }"
+done
+[ "$(wc -l <lines)" = 9 ] || wrong "lines: $(cat lines)"
+[ "$(cells Export)" = '"SUCCESS plain/.hidden empty
+"SUCCESS plain/sub.d/abcdef text
+"SUCCESS plain/äöü.txt text' ] || wrong "records of copies: $(cells Export)"
+[ "$(cells ImageStabilization | grep -c '^"SUCCESS plain/.* checksum$')" = 3 ] ||
+  wrong "records of reading: $(cells ImageStabilization)"
+tries=0
+until grep -q '^USB\|^Mounted volumes:' "$logs/processing_run system.txt"; do
+  tries=$((tries + 1))
+  [ $tries -lt 200 ] || { wrong "no system report"; break; }
+  sleep 0.05
+done
+has out "System report: $logs/processing_run system.txt, in a moment"
+XDG_DATA_HOME=/dev/null/data run 0 --report plain
+has err 'processing_run: nothing is logged, as the folder for it cannot be made: the system refuses'
+[ "$(wc -l <err)" = 1 ] && ! grep -q '^Log:\|^System' out || wrong "a run without logs: $(cat out err)"
 
 # --- Copies: the tree with its empty folders, and the sums of its files.
 mkdir -p many/empty/inner many/a/b

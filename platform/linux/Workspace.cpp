@@ -1,19 +1,25 @@
 // The trash is that of the desktop, as GIO knows it. GIO works on a thread of its own, and a source
-// on the run loop of the caller waits for it there.
+// on the run loop of the caller waits for it there. The application support folder is the user's
+// data folder by the desktop's convention.
 
 #include <CoreFoundation/CFRunLoop.h>
 #include <CoreServices/Files.h>
 #include <Workspace.h>
 #include <gio/gio.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <new>
+#include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/CFRunLoopObject.h"
 #include "platform/linux/FileNames.h"
@@ -148,7 +154,42 @@ bool Start(FileHandle file, WorkspaceHandler handler, void* context) {
   }
 }
 
+// An absolute folder that the environment names, or nothing: by the convention a relative one is
+// to be ignored.
+std::string AbsoluteVariable(char const* name) {
+  char const* const value = std::getenv(name);
+  return value != nullptr && *value == '/' ? value : "";
+}
+
+// The user's home by the password database; empty where that knows none.
+std::string HomeOfUser() {
+  std::vector<char> buffer(1024);
+  passwd entry = {};
+  passwd* found = nullptr;
+  while (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE) {
+    buffer.resize(2 * buffer.size());
+  }
+  return found != nullptr && found->pw_dir != nullptr && *found->pw_dir == '/' ? found->pw_dir : "";
+}
+
+std::string DataFolder() {
+  std::string const folder = AbsoluteVariable("XDG_DATA_HOME");
+  if (!folder.empty()) return folder;
+  std::string home = AbsoluteVariable("HOME");
+  if (home.empty()) home = HomeOfUser();
+  return home.empty() ? home : home + "/.local/share";
+}
+
 }  // namespace
+
+char* WorkspaceCopyApplicationSupportPath() {
+  try {
+    std::string const folder = DataFolder();
+    return folder.empty() ? nullptr : strdup(folder.c_str());
+  } catch (std::bad_alloc const&) {
+    return nullptr;
+  }
+}
 
 void WorkspaceRecyclePath(char const* path, WorkspaceHandler handler, void* context) {
   CFIndex error = 0;

@@ -2,6 +2,8 @@
 
 #import <AppKit/AppKit.h>
 
+#include <cstring>
+
 void WorkspaceRecyclePath(char const* path, WorkspaceHandler handler, void* context) {
   @autoreleasepool {
     NSString* const text = path == nullptr ? nil : [NSString stringWithUTF8String:path];
@@ -19,5 +21,14 @@ void WorkspaceRecyclePath(char const* path, WorkspaceHandler handler, void* cont
           CFRunLoopWakeUp(loop);
           CFRelease(loop);
         }];
+  }
+}
+
+char* WorkspaceCopyApplicationSupportPath() {
+  @autoreleasepool {
+    NSString* const folder =
+        NSSearchPathForDirectoriesInDomains(NSApplicationSupportDirectory, NSUserDomainMask, YES)
+            .firstObject;
+    return folder == nil ? nullptr : strdup(folder.UTF8String);
   }
 }

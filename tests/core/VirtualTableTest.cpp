@@ -8,6 +8,7 @@
 #include "QuillmereLib/collections/CUArray.h"
 #include "QuillmereLib/core/CUEventWaitHandle.h"
 #include "QuillmereLib/core/CULock.h"
+#include "QuillmereLib/logging/CUPerformanceLogger.h"
 #include "QuillmereLib/streams/CUFileStream.h"
 #include "QuillmereLib/streams/CUMemoryStream.h"
 #include "QuillmereLib/strings/CUStringMac.h"
@@ -68,4 +69,8 @@ TEST(VirtualTable, OfStringsHasTheGivenOrder) {
             static_cast<Text& (Text::*)(Text const&)>(&Text::operator=), &Text::operator==,
             &Text::operator<, &Text::operator char const*, &Text::operator __CFString const*),
       "2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19");
+}
+
+TEST(VirtualTable, OfLogRecordsHasTheGivenOrder) {
+  EXPECT_EQ(Slots(&LogDataBase::toRowData, &ExportLogData::toRowData), "2 2");
 }

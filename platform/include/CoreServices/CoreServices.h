@@ -5,4 +5,5 @@
 #include <CoreServices/FileOperations.h>
 #include <CoreServices/Files.h>
 #include <CoreServices/MacErrors.h>
+#include <CoreServices/UTCUtils.h>
 #include <CoreServices/Volumes.h>

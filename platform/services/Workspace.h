@@ -17,3 +17,8 @@ typedef void (*WorkspaceHandler)(CFIndex error, void* context);
 // Fails for a null or missing path, on a volume that has no trash, and where the system refuses;
 // the entry then stays in its place. May be called from any thread.
 extern "C" void WorkspaceRecyclePath(char const* path, WorkspaceHandler handler, void* context);
+
+// The folder under which applications keep files of their own for the user, which need not exist
+// yet: UTF-8 text from malloc, which the caller frees. Null where the user has no such folder, and
+// where memory runs out. May be called from any thread.
+extern "C" char* WorkspaceCopyApplicationSupportPath(void);

@@ -1,0 +1,3 @@
+#include <SystemReport.h>
+
+char const* SystemReportTool() { return "/usr/sbin/system_profiler"; }

@@ -1,0 +1,339 @@
+#include <Workspace.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <locale>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "QuillmereLib/logging/CUPerformanceLogger.h"
+#include "tests/support/Files.h"
+#include "tests/support/InChild.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TimeZoneVariable.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// Way into the pending runs, so that a test need not last for hours.
+auto& Pending(CUPerformanceLogger& logger);
+template <auto Member>
+struct Opened {
+  friend auto& Pending(CUPerformanceLogger& logger) { return logger.*Member; }
+};
+template struct Opened<&CUPerformanceLogger::m_pendingLogs>;
+
+constexpr auto kStab = LoggerType_ImageStabilization;
+constexpr auto kExport = LoggerType_Export;
+std::string const kMark = "\xEF\xBB\xBF";
+std::string const kCommon =
+    "Status,Start DateTime,End DateTime,Process Time,Target Duration,File Path,Version,";
+std::string const kStabHead = kCommon + "Detection Mode,Correction Strength\r\n";
+std::string const kExportHead = kCommon + "File Format,VR Format,Use DLUS,Processor\r\n";
+
+ImageStabLogData Stab(std::string const& mode = "a") {
+  ImageStabLogData data;
+  data.detectionMode = mode;
+  data.correctionStrength = "b";
+  return data;
+}
+
+std::string StabRow(std::string const& path, std::string const& mode = "a") {
+  return R"("SUCCESS",T,T,P,"0.000",")" + path + R"(","1",")" + mode + "\",\"b\"\r\n";
+}
+
+void RunOnce(CUPerformanceLogger& logger, std::string const& path, ImageStabLogData const& data) {
+  logger.StartLog(kStab, path, data);
+  logger.EndLog(kStab, path);
+}
+
+struct CountedLog : ImageStabLogData {
+  explicit CountedLog(int& lives) : m_lives(lives) { ++m_lives; }
+  CountedLog(CountedLog const& other) : ImageStabLogData(other), m_lives(other.m_lives) {
+    ++m_lives;
+  }
+  ~CountedLog() override { --m_lives; }
+  std::vector<std::string> toRowData(std::string const&, std::string const&, std::string const&,
+                                     std::string const&, std::string const&) const override {
+    return {};
+  }
+  int& m_lives;
+};
+
+struct CommaPoint : std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+// The contents of a file with T for each moment and P for each short process time.
+std::string Timeless(std::string const& path) {
+  std::regex const moment(R"("'\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3}")");
+  std::regex const process(R"("'00:00:\d\d\.\d{3}")");
+  return std::regex_replace(std::regex_replace(ReadFile(path), moment, "T"), process, "P");
+}
+
+std::string SupportPath() {
+  std::unique_ptr<char, decltype(&free)> const path(WorkspaceCopyApplicationSupportPath(), free);
+  return path ? path.get() : "<null>";
+}
+
+void SetVariable(char const* name, char const* value) {
+  value == nullptr ? unsetenv(name) : setenv(name, value, 1);
+}
+
+class CUPerformanceLoggerTest : public testing::Test {
+ protected:
+  CUPerformanceLoggerTest() { setenv("XDG_DATA_HOME", (m_data + "/").c_str(), 1); }
+  ~CUPerformanceLoggerTest() override { unsetenv("XDG_DATA_HOME"); }
+
+  TemporaryFolder const m_folder;
+  std::string const m_data = m_folder.Path() + "/data";
+  std::string const m_csv = m_data + "/Tavik_Inc_IC/Quillmere";
+  std::string const m_stab = m_csv + "/QMR_ImageStabilization.csv";
+  std::string const m_export = m_csv + "/QMR_Export.csv";
+};
+
+}  // namespace
+
+TEST_F(CUPerformanceLoggerTest, WritesStatusDurationAndTimes) {
+  TimeZoneVariable const zone("XST-5:30");
+  CUPerformanceLogger logger("1", true);
+  std::string rows = kMark + kExportHead;
+  std::locale const before = std::locale::global(std::locale(std::locale(), new CommaPoint));
+  struct {
+    int status;
+    double duration;
+    char const* cells[2];
+  } const runs[] = {{0, 120, {"SUCCESS", "120.000"}},
+                    {1, 1234567.0006, {"ERROR  ", "1234567.001"}},
+                    {2, -0.25, {"CANCEL ", "-0.250"}},
+                    {3, 0, {"", "0.000"}},
+                    {-1, 1e21, {"", "1000000000000000000000.000"}}};
+  for (auto const& run : runs) {
+    ExportLogData data;
+    data.status = static_cast<LogStatus>(run.status);
+    data.targetDuration = run.duration;
+    data.fileFormat = "f", data.vrFormat = "v", data.processor = "p";
+    logger.StartLog(kExport, "/p", data);
+    data.status = LogStatus_Cancel;  // too late
+    logger.EndLog(kExport, "/p");
+    rows += "\"" + std::string(run.cells[0]) + "\",T,T,P,\"" + run.cells[1] +
+            "\",\"/p\",\"1\",\"f\",\"v\",\"\",\"p\"\r\n";
+  }
+  EXPECT_FALSE(fs::exists(m_export));
+  logger.Flush(kExport);
+  logger.Flush(kExport);
+  std::locale::global(before);
+  EXPECT_EQ(Timeless(m_export), rows);
+
+  std::pair<std::chrono::microseconds, char const*> const times[] = {{120333ms, "00:02:00.333"},
+                                                                     {100h, "100:00:00.000"},
+                                                                     {3599999ms, "00:59:59.999"},
+                                                                     {25h + 61s, "25:01:01.000"}};
+  for (auto const& [time, text] : times) {
+    std::chrono::system_clock::time_point now;
+    do {
+      now = std::chrono::system_clock::now();
+      logger.StartLog(kStab, "/p", Stab());
+      Pending(logger).begin()->second.startTime = now - time - 100us;
+      logger.EndLog(kStab, "/p");
+    } while (std::chrono::system_clock::now() - now > 800us);  // what is cut off, nearly
+    logger.Flush(kStab);
+    std::string const row = ReadFile(m_stab);
+    EXPECT_EQ(row.substr(row.rfind("\"SUCCESS\"") + 66, 13).find(text), 0u) << row;
+  }
+  logger.StartLog(kStab, "/p", Stab());
+  Pending(logger).begin()->second.startTime =
+      std::chrono::system_clock::from_time_t(1794679867) + 45999us;
+  logger.EndLog(kStab, "/p");
+  logger.Flush(kStab);
+  EXPECT_NE(ReadFile(m_stab).find("\"SUCCESS\",\"'2026/11/14 23:41:07.045\",\"'2"),
+            std::string::npos);
+}
+
+TEST_F(CUPerformanceLoggerTest, KeepsCellsAndMatchesStartsWithEnds) {
+  std::pair<std::string, std::string> const cells[] = {
+      {"/a \"b\" \"", "/a \"\"b\"\" \"\""},
+      {"/a,b", "/a,b"},
+      {"line\r\nbreak\nand\rmore", "line\r\nbreak\nand\rmore"},
+      {"/\xF0\x9F\x8E\xAC.mov", "/\xF0\x9F\x8E\xAC.mov"},
+      {"", ""},
+      {std::string("nul\0l", 5), std::string("nul\0l", 5)},
+      {std::string(70000, '"'), std::string(140000, '"')}};
+  std::string rows = kMark + kStabHead;
+  int lives = 0;
+  auto const other = [](int type) { return static_cast<LoggerType>(type); };
+  {
+    CUPerformanceLogger logger("1", true);
+    for (auto const& [text, cell] : cells) {
+      RunOnce(logger, text, Stab(text));
+      rows += StabRow(cell, cell);
+    }
+    logger.EndLog(kExport, "/never");
+    logger.StartLog(kStab, "/p", Stab("first"));
+    auto const started = Pending(logger).begin()->second.startTime;
+    logger.StartLog(kStab, "/p", Stab("second"));
+    EXPECT_EQ(Pending(logger).begin()->second.startTime, started);
+    logger.StartLog(kExport, "/p", ExportLogData());
+    for (int i = 0; i < 2; ++i) logger.EndLog(kStab, "/p");
+    logger.StartLog(other(7), "/empty row", CountedLog(lives));
+    logger.EndLog(other(7), "/empty row");
+    EXPECT_EQ(lives, 0);
+    for (LoggerType const type : {other(7), kExport}) logger.Flush(type);
+    EXPECT_TRUE(fs::is_empty(m_csv));
+    logger.StartLog(other(7), "/p", Stab());
+    logger.EndLog(other(-7), "/p");  // both are "::/p"
+    logger.Flush(other(-7));
+    EXPECT_EQ(Timeless(m_csv + "/.csv"), kMark + StabRow("/p"));
+    logger.StartLog(kStab, "/pending", CountedLog(lives));
+    EXPECT_EQ(lives, 1);
+  }
+  EXPECT_EQ(lives, 0);
+  EXPECT_EQ(Timeless(m_stab), rows + StabRow("/p", "first"));
+  EXPECT_FALSE(fs::exists(m_export));
+}
+
+TEST_F(CUPerformanceLoggerTest, AppendsToWhateverFileIsThere) {
+  CUPerformanceLogger logger("1", true);
+  auto const flush = [&](char const* path) {
+    RunOnce(logger, path, Stab());
+    logger.Flush(kStab);
+  };
+  std::pair<std::string, std::string> const heads[] = {
+      {"", kMark + kStabHead},
+      {kMark, kMark + kStabHead},
+      {"x", "x" + kStabHead},
+      {"\xEF\xBB", "\xEF\xBB" + kStabHead},
+      {"xyz", "xyz"},
+      {kMark + "x", kMark + "x"},
+      {kMark + kStabHead + "no line end", kMark + kStabHead + "no line end"}};
+  for (auto const& [before, head] : heads) {
+    WriteFile(m_stab, before);
+    for (int i = 0; i < 2; ++i) flush("/p");
+    EXPECT_EQ(Timeless(m_stab), head + StabRow("/p") + StabRow("/p"));
+  }
+  // Where nothing can be written the rows are lost, and only they.
+  fs::remove(m_stab);
+  fs::create_directory(m_stab);
+  flush("/lost");
+  fs::remove(m_stab);
+  fs::create_symlink("/dev/full", m_stab);
+  flush("/lost");
+  fs::remove_all(m_data);
+  flush("/lost");
+  EXPECT_FALSE(fs::exists(m_data));
+  fs::create_directories(m_csv);
+  flush("/kept");
+  EXPECT_EQ(Timeless(m_stab), kMark + kStabHead + StabRow("/kept"));
+}
+
+// Every row arrives whole and once, under one header, whoever flushes when.
+TEST_F(CUPerformanceLoggerTest, KeepsRowsWholeAmongThreadsAndProcesses) {
+  constexpr std::size_t kThreads = 3, kRuns = 30;
+  std::string const tail = "\",\"1\",\"" + std::string(3000, ';') + "\",\"b\"\r";
+  for (int round = 0; round < 20; ++round) {
+    CUPerformanceLogger logger("1", true);
+    fs::remove(m_stab);
+    pid_t const child = fork();
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, name = std::to_string(child == 0 ? t : t + kThreads)] {
+        for (std::size_t run = 0; run < kRuns; ++run) {
+          RunOnce(logger, "/" + name + "/" + std::to_string(run), Stab(std::string(3000, ';')));
+          if (run % 3 == 0) logger.Flush(kStab);
+        }
+        logger.Flush(kStab);
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    if (child == 0) _exit(0);
+    waitpid(child, nullptr, 0);
+    std::istringstream text(ReadFile(m_stab));
+    std::string line;
+    std::getline(text, line);
+    EXPECT_EQ(line + "\n", kMark + kStabHead);
+    std::set<std::string> paths;
+    std::size_t rows = 0;
+    for (; std::getline(text, line); ++rows) {
+      std::size_t const path = line.find("\"/");
+      ASSERT_TRUE(path < 100 && line.find("\"SUCCESS\",") == 0) << line.substr(0, 200);
+      std::size_t const end = line.find('"', path + 1);
+      ASSERT_EQ(line.substr(end), tail);
+      paths.insert(line.substr(path, end - path));
+    }
+    ASSERT_EQ(rows, 2 * kThreads * kRuns);
+    ASSERT_EQ(paths.size(), rows);
+  }
+}
+
+TEST_F(CUPerformanceLoggerTest, IsOneAndWritesAtTheEndOfTheProcess) {
+  auto const use = [](char const* path) {
+    CUPerformanceLogger& logger = *CUPerformanceLogger::GetInstance();
+    logger.StartLog(kExport, path, ExportLogData());
+    logger.StartLog(kExport, "/pending", ExportLogData());
+    logger.EndLog(kExport, path);
+    RunOnce(logger, path, Stab());
+  };
+  EXPECT_EQ(InChild([&]() -> std::string {
+              WriteFile(m_data, "in the way");
+              try {
+                CUPerformanceLogger::Initialize("0", true);
+                return "made";
+              } catch (unsigned int) {
+                fs::remove(m_data);
+              }
+              if (CUPerformanceLogger::GetInstance() != nullptr) return "half made";
+              CUPerformanceLogger::Initialize("1", true);
+              CUPerformanceLogger::Initialize("2", false);
+              use("/exit");
+              exit(0);
+            }),
+            "");
+  std::string const exported = R"("SUCCESS",T,T,P,"0.000","/exit","1","","","","")";
+  EXPECT_EQ(Timeless(m_export), kMark + kExportHead + exported + "\r\n");
+  EXPECT_EQ(InChild([&]() -> std::string {
+              CUPerformanceLogger::Initialize("1", true);
+              use("/flushed");
+              CUPerformanceLogger::GetInstance()->Flush(kStab);
+              use("/killed");
+              raise(SIGKILL);
+              return "";
+            }),
+            " signal 9");
+  EXPECT_EQ(Timeless(m_stab), kMark + kStabHead + StabRow("/exit") + StabRow("/flushed"));
+  fs::remove_all(m_data);
+  EXPECT_EQ(InChild([&]() -> std::string {
+              CUPerformanceLogger::Initialize("1", false);
+              use("/disabled");
+              CUPerformanceLogger::GetInstance()->Flush(kExport);
+              exit(0);
+            }),
+            "");
+  EXPECT_FALSE(fs::exists(m_data));
+}
+
+TEST(ApplicationSupportPath, FollowsTheDesktopConvention) {
+  passwd const* const user = getpwuid(geteuid());
+  std::string const own = user == nullptr ? "<null>" : std::string(user->pw_dir) + "/.local/share";
+  std::string const home = "/home/.local/share";
+  struct {
+    char const *data, *home;
+    std::string path;
+  } const cases[] = {{"/data", "/home", "/data"}, {"data", "/home", home}, {"", "/home", home},
+                     {nullptr, "home", own},      {"./data", "", own},     {nullptr, nullptr, own}};
+  for (auto const& row : cases) {
+    EXPECT_EQ(InChild([&] {
+                SetVariable("XDG_DATA_HOME", row.data);
+                SetVariable("HOME", row.home);
+                return SupportPath();
+              }),
+              row.path);
+  }
+}
