@@ -33,9 +33,9 @@ constexpr int kLogFileCount = 10;
 constexpr unsigned long long kLogFileSizeLimit = 1000000;
 
 // Writes lines of "[2026/11/14 23:41:07]<tab>[ERROR]<tab>message<CR><LF>", UTF-8 without a mark and
-// in local time, to a ring of ten files <stem>0.log to <stem>9.log. Levels are numbers: 1 "ERROR",
-// 2 "WARNING", 3 "INFO", 4 and above "DEBUG"; those above the level of the start are dropped. Level
-// 0 reads "DEBUG" too and is always written: this pairing is deliberate.
+// in local time, to a ring of ten files, `<stem>0.log` to `<stem>9.log`. Levels are numbers: 1
+// "ERROR", 2 "WARNING", 3 "INFO", 4 and above "DEBUG"; those above the level of the start are
+// dropped. Level 0 reads "DEBUG" too and is always written: this pairing is deliberate.
 //
 // A line opens, appends to and closes its file, so that whatever Write has returned from outlives a
 // crash of the process. The message is not altered; its line breaks stay. A line that cannot be
