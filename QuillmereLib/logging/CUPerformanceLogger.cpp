@@ -253,7 +253,7 @@ std::string CUPerformanceLogger::LoggerTypeToFileName(LoggerType type) {
 void CUPerformanceLogger::WriteBomIfNeeded(std::string const& path) {
   std::ifstream existing(path, std::ios::binary);
   if (existing && existing.peek() != std::ifstream::traits_type::eof()) return;
-  std::ofstream(path, std::ios::app | std::ios::binary);  // makes it
+  std::ofstream const made(path, std::ios::app | std::ios::binary);
   WriteAt(path, 0, kByteOrderMark);
 }
 

@@ -173,7 +173,7 @@ std::string HomeOfUser() {
 }
 
 std::string DataFolder() {
-  std::string const folder = AbsoluteVariable("XDG_DATA_HOME");
+  std::string folder = AbsoluteVariable("XDG_DATA_HOME");
   if (!folder.empty()) return folder;
   std::string home = AbsoluteVariable("HOME");
   if (home.empty()) home = HomeOfUser();
