@@ -17,8 +17,11 @@
 #include "QuillmereLib/strings/CUStringMac.h"
 // collections
 #include "QuillmereLib/collections/CUArray.h"
+#include "QuillmereLib/collections/CUDictionary.h"
+#include "QuillmereLib/collections/CUIndexSet.h"
 #include "QuillmereLib/collections/CUSortDescriptor.h"
 #include "QuillmereLib/collections/CUSynchronizedQueue.h"
+#include "QuillmereLib/collections/CUVector.h"
 // streams
 #include "QuillmereLib/streams/CUFileStream.h"
 #include "QuillmereLib/streams/CUMemoryStream.h"
@@ -30,8 +33,12 @@
 #include "QuillmereLib/filesystem/CUFile.h"
 #include "QuillmereLib/filesystem/CUFileInfo.h"
 #include "QuillmereLib/filesystem/CUFileSysytemInfo.h"
-// values: dates
+// values: colours, dates, identifiers and time measurement
+#include "QuillmereLib/values/CUColor.h"
 #include "QuillmereLib/values/CUDateTime.h"
+#include "QuillmereLib/values/CUIdentifierGenerator.h"
+#include "QuillmereLib/values/CUPerformanceCounter.h"
+#include "QuillmereLib/values/CUUUID.h"
 // logging
 #include "QuillmereLib/logging/CULog.h"
 #include "QuillmereLib/logging/CUPerformanceLogger.h"

@@ -28,6 +28,10 @@ LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer
     (r"strings/find_.*", r"icu_(kept_collator|by_locale)", 0.5),
     (r"paths/.*", r"qfileinfo|qdir|qstring_split|std_path", 1.0),
     (r"collections/.*", r"std_vector", 1.1),
+    (r"dictionaries/.*_ascii", r"std_map_icu", 1.0),
+    (r"dictionaries/.*", r"std_map_icu", 1.2),
+    (r"dictionaries/insert_.*", r"qmap_qcollator", 1.15),
+    (r"dictionaries/.*", r"qmap_qcollator", 1.0),
     (r"streams/(read|write)_.*", r"pread_pwrite", 1.1),
     (r"streams/grow_.*", r"ftruncate_pwrite", 1.3),
     (r"files/copy_.*", r"cp|std_copy_file|g_file_copy", 1.05),
@@ -44,6 +48,9 @@ LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer
     (r"logging/flush_.*", r"fwrite", 1.5),
     (r"threads/queue", r"std_deque", 1.2),
     (r"threads/start_join", r"pthread", 1.2),
+    (r"values/uuid", r"getrandom", 1.1),
+    (r"values/uuid", r"quuid", 1.0),
+    (r"values/measure_time", r"clock_gettime", 1.5),
 ]]
 
 # Cases whose own time has a limit, in nanoseconds.

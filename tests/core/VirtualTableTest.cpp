@@ -6,12 +6,16 @@
 #include <string>
 
 #include "QuillmereLib/collections/CUArray.h"
+#include "QuillmereLib/collections/CUDictionary.h"
+#include "QuillmereLib/collections/CUVector.h"
 #include "QuillmereLib/core/CUEventWaitHandle.h"
 #include "QuillmereLib/core/CULock.h"
 #include "QuillmereLib/logging/CUPerformanceLogger.h"
 #include "QuillmereLib/streams/CUFileStream.h"
 #include "QuillmereLib/streams/CUMemoryStream.h"
 #include "QuillmereLib/strings/CUStringMac.h"
+#include "QuillmereLib/values/CUPerformanceCounter.h"
+#include "QuillmereLib/values/CUUUID.h"
 
 namespace {
 
@@ -47,6 +51,9 @@ TEST(VirtualTable, HasTheGivenOrder) {
             "2 3 4");
   EXPECT_EQ(Slots(&CUArray::Description), "2");
   EXPECT_EQ(Slots(&CUSortDescriptor::CompareObject), "4");
+  EXPECT_EQ(Slots(&CUDictionary::Description), "2");
+  EXPECT_EQ(Slots(&CUVector<int>::Description), "2");
+  EXPECT_EQ(Slots(&CUPerformanceCounter::Description), "2");
 }
 
 TEST(VirtualTable, OfStreamsHasTheGivenOrder) {
@@ -73,4 +80,15 @@ TEST(VirtualTable, OfStringsHasTheGivenOrder) {
 
 TEST(VirtualTable, OfLogRecordsHasTheGivenOrder) {
   EXPECT_EQ(Slots(&LogDataBase::toRowData, &ExportLogData::toRowData), "2 2");
+}
+
+TEST(VirtualTable, OfIdentifiersHasTheGivenOrder) {
+  using Id = CUUUID;
+  EXPECT_EQ(Slots(&Id::Description, &Id::operator __CFUUID const*, &Id::operator CFUUIDBytes,
+                  static_cast<bool (Id::*)(Id const&) const>(&Id::operator==),
+                  static_cast<bool (Id::*)(__CFUUID const*) const>(&Id::operator==),
+                  static_cast<bool (Id::*)(CFUUIDBytes const&) const>(&Id::operator==),
+                  static_cast<Id& (Id::*)(Id const&)>(&Id::operator=), &Id::GetBytes,
+                  &Id::GetUUIDRef, &Id::SetUUIDRef, &Id::GetUUIDBytes, &Id::SetUUIDBytes),
+            "2 4 5 6 7 8 9 10 11 12 13 14");
 }

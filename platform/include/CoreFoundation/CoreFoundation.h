@@ -14,3 +14,4 @@
 #include <CoreFoundation/CFString.h>
 #include <CoreFoundation/CFTimeZone.h>
 #include <CoreFoundation/CFURL.h>
+#include <CoreFoundation/CFUUID.h>

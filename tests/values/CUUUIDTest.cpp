@@ -1,0 +1,264 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QuillmereLib/core/CUErrorContents.h"
+#include "QuillmereLib/values/CUUUID.h"
+#include "tests/support/FailingAllocation.h"
+#include "tests/support/InChild.h"
+#include "tests/support/Strings.h"
+
+namespace {
+
+constexpr int kSize = 16;
+using Bytes = std::vector<unsigned char>;
+
+Bytes const kCounting = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF,
+                         0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54, 0x32, 0x10};
+
+Bytes BytesOf(CUUUID& uuid) {
+  Bytes bytes(kSize, 0xEE);
+  uuid.GetBytes(bytes.data());
+  return bytes;
+}
+
+std::string AsText(Bytes const& bytes) { return std::string(bytes.begin(), bytes.end()); }
+
+// The bytes of new identifiers, one behind the other.
+std::string NewIdentifiers(int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += AsText(BytesOf(*CUUUID::Create()));
+  return text;
+}
+
+void AddIdentifiers(std::string const& text, std::multiset<std::string>& all) {
+  for (std::size_t at = 0; at < text.size(); at += kSize) all.insert(text.substr(at, kSize));
+}
+
+void ExpectAllDifferent(std::multiset<std::string> const& all, std::size_t count) {
+  EXPECT_EQ(all.size(), count);
+  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), count);
+}
+
+}  // namespace
+
+// Red when a bit is fixed that should be random, or one is random that names the version.
+TEST(CUUUID, IsRandomOfVersion4) {
+  Bytes anySet(kSize, 0), allSet(kSize, 0xFF);
+  std::multiset<std::string> all;
+  for (int i = 0; i < 1000; ++i) {
+    Bytes const bytes = BytesOf(*CUUUID::Create());
+    all.insert(AsText(bytes));
+    for (std::size_t k = 0; k < kSize; ++k) {
+      anySet[k] = static_cast<unsigned char>(anySet[k] | bytes[k]);
+      allSet[k] = static_cast<unsigned char>(allSet[k] & bytes[k]);
+    }
+  }
+  Bytes ones(kSize, 0xFF), zeroes(kSize, 0);
+  ones[6] = 0x4F, ones[8] = 0xBF;
+  zeroes[6] = 0x40, zeroes[8] = 0x80;
+  EXPECT_EQ(anySet, ones);
+  EXPECT_EQ(allSet, zeroes);
+  ExpectAllDifferent(all, 1000);
+}
+
+// Red when a fork hands out what its parent keeps for later, at whatever point of what is kept.
+TEST(CUUUID, IsNeverTheSameInAFork) {
+  std::multiset<std::string> all;
+  std::size_t count = 0;
+  for (int taken : {1, 5, 58, 100}) {
+    AddIdentifiers(NewIdentifiers(taken), all);
+    AddIdentifiers(InChild([] {
+                     std::string const own = NewIdentifiers(70);
+                     return own + InChild([] { return NewIdentifiers(70); }) + NewIdentifiers(70);
+                   }),
+                   all);
+    AddIdentifiers(NewIdentifiers(200), all);
+    count += static_cast<std::size_t>(taken) + 410;
+  }
+  ExpectAllDifferent(all, count);
+}
+
+TEST(CUUUID, IsNeverTheSameInThreads) {
+  // Its destructor runs when what the thread kept is gone.
+  struct AtThreadEnd {
+    std::string* text = nullptr;
+    ~AtThreadEnd() { *text += NewIdentifiers(100); }
+  };
+  std::string texts[4];
+  std::vector<std::thread> threads;
+  for (std::string& text : texts) {
+    threads.emplace_back([&text] {
+      thread_local AtThreadEnd atEnd;
+      atEnd.text = &text;
+      text = NewIdentifiers(500);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::multiset<std::string> all;
+  for (std::string const& text : texts) AddIdentifiers(text, all);
+  ExpectAllDifferent(all, 2400);
+}
+
+TEST(CUUUID, TakesAndGivesItsBytesInOrder) {
+  CUUUID uuid(kCounting.data());
+  CFUUIDBytes bytes;
+  std::memcpy(&bytes, kCounting.data(), kSize);
+  CUSharedPtr<CUUUID> const others[] = {CUUUID::Create(bytes), CUUUID::Create(uuid.GetUUIDRef()),
+                                        CUUUID::Create(uuid), CUUUID::Create(kCounting.data())};
+  for (auto const& other : others) {
+    EXPECT_EQ(BytesOf(*other), kCounting);
+    EXPECT_NE(other->GetUUIDRef(), uuid.GetUUIDRef()) << "an object of its own";
+    EXPECT_TRUE(*other == uuid);
+    EXPECT_TRUE(*other == uuid.GetUUIDRef());
+    EXPECT_TRUE(*other == static_cast<CFUUIDBytes>(uuid));
+  }
+  EXPECT_EQ(uuid.GetUUIDBytes().byte0, 0x01);
+  EXPECT_EQ(uuid.GetUUIDBytes().byte15, 0x10);
+  EXPECT_EQ(Utf8(uuid.Description()),
+            Utf8(uuid.CUObject::Description()) + " 01234567-89AB-CDEF-FEDC-BA9876543210");
+  for (std::size_t i = 0; i < kSize; ++i) {
+    Bytes changed = kCounting;
+    changed[i] ^= 1;
+    EXPECT_FALSE(CUUUID(changed.data()) == uuid) << "byte " << i;
+  }
+  EXPECT_EQ(BytesOf(*CUUUID::CreateNull()), Bytes(kSize, 0));
+}
+
+TEST(CUUUID, IsAssignedByItsBytes) {
+  CUUUID uuid(kCounting.data());
+  CFUUIDRef const held = uuid.GetUUIDRef();
+  uuid = *&uuid;
+  uuid.SetUUIDRef(held);
+  static_cast<CUObject&>(uuid) = CUUUID();
+  EXPECT_EQ(uuid.GetUUIDRef(), held) << "the same object changes nothing";
+  CUUUID const other;
+  uuid = other;
+  EXPECT_TRUE(uuid == other);
+  EXPECT_NE(uuid.GetUUIDRef(), static_cast<CFUUIDRef>(other));
+}
+
+// Red when a null platform object is read.
+TEST(CUUUID, MayHaveNoBytes) {
+  CUUUID none(static_cast<CFUUIDRef>(nullptr));
+  EXPECT_EQ(none.GetUUIDRef(), nullptr);
+  EXPECT_EQ(BytesOf(none), Bytes(kSize, 0));
+  EXPECT_EQ(Utf8(none.Description()), Utf8(none.CUObject::Description()));
+  EXPECT_TRUE(none == *CUUUID::CreateNull());
+  EXPECT_TRUE(none == static_cast<CFUUIDRef>(nullptr));
+  EXPECT_EQ(none.GetUUIDBytes().byte6, 0);
+  EXPECT_EQ(CUUUID(none).GetUUIDRef(), nullptr);
+  none.SetUUIDRef(nullptr);
+  EXPECT_EQ(none.GetUUIDRef(), nullptr);
+  CUUUID some;
+  some.SetUUIDRef(nullptr);
+  EXPECT_NE(some.GetUUIDRef(), nullptr);
+  EXPECT_EQ(BytesOf(some), Bytes(kSize, 0));
+  none = some;
+  EXPECT_NE(none.GetUUIDRef(), nullptr);
+  EXPECT_EQ(CFUUIDCreateString(kCFAllocatorDefault, nullptr), nullptr);
+}
+
+TEST(CUUUID, HasASerialAreaAtItsEnd) {
+  for (std::size_t i = 0; i < kSize; ++i) {
+    Bytes bytes(kSize, 0);
+    bytes[i] = 0x80;
+    EXPECT_EQ(CUUUID(bytes.data()).IsNotFillSerialArea(), i < 11) << "byte " << i;
+  }
+  EXPECT_TRUE(CUUUID::CreateNull()->IsNotFillSerialArea());
+
+  CUUUID uuid(kCounting.data());
+  uuid.CorrectSerialArea(nullptr);
+  EXPECT_EQ(BytesOf(uuid), kCounting);
+  std::vector<unsigned char> serial = {1, 2, 3, 4, 5};  // whose end a sanitizer guards
+  uuid.CorrectSerialArea(serial.data());
+  Bytes corrected = kCounting;
+  std::copy(serial.begin(), serial.end(), corrected.begin() + 11);
+  EXPECT_EQ(BytesOf(uuid), corrected);
+  serial.assign(5, 0);
+  uuid.CorrectSerialArea(serial.data());
+  EXPECT_TRUE(uuid.IsNotFillSerialArea());
+  EXPECT_EQ(BytesOf(uuid)[10], kCounting[10]);
+}
+
+// Derived classes change what the operations rest on.
+TEST(CUUUID, ReachesItsBytesByTheVirtualOperations) {
+  struct Derived : CUUUID {
+    Derived() : CUUUID(kCounting.data()) {}
+    void GetBytes(unsigned char* bytes) override { std::memset(bytes, 0, kSize); }
+    CFUUIDBytes GetUUIDBytes() override { return {}; }
+    void SetUUIDBytes(CFUUIDBytes const& bytes) override {
+      if (bytes.byte11 == 0xFF) throw 7;
+      set = bytes;
+    }
+    bool operator==(CFUUIDBytes const&) const override { return true; }
+    using CUUUID::operator==;
+    CFUUIDBytes set = {};
+  } derived;
+  EXPECT_TRUE(derived.IsNotFillSerialArea());
+  unsigned char serial[5] = {9, 9, 9, 9, 8};
+  derived.CorrectSerialArea(serial);
+  EXPECT_EQ(derived.set.byte15, 8);
+  EXPECT_EQ(derived.set.byte0, 0) << "the bytes come from the virtual operation, too";
+  serial[0] = 0xFF;
+  EXPECT_NO_THROW(derived.CorrectSerialArea(serial));
+  EXPECT_TRUE(derived == CUUUID());
+  EXPECT_TRUE(derived == CUUUID().GetUUIDRef());
+  static_cast<CUUUID&>(derived) = *CUUUID::CreateNull();
+  EXPECT_EQ(derived.set.byte15, 0);
+}
+
+// Red when a failure leaves a dangling object, or is thrown as anything but its code.
+TEST(CUUUID, OutOfMemoryIsToldAndLeavesNothing) {
+  CUUUID const source(kCounting.data());
+  CFUUIDBytes const bytes = source;
+  CUSharedPtr<CUUUID> made;
+  for (int factory = 0; factory < 6; ++factory) {
+    int const failures = FailEachAllocation(
+        [&] {
+          made = factory == 0   ? CUUUID::Create()
+                 : factory == 1 ? CUUUID::Create(kCounting.data())
+                 : factory == 2 ? CUUUID::Create(bytes)
+                 : factory == 3 ? CUUUID::Create(static_cast<CFUUIDRef>(source))
+                 : factory == 4 ? CUUUID::Create(source)
+                                : CUUUID::CreateNull();
+        },
+        [] {});
+    EXPECT_EQ(failures, 2) << "factory " << factory;
+    EXPECT_TRUE(made != nullptr);
+  }
+
+  unsigned char serial[5] = {};
+  for (bool const corrects : {false, true}) {
+    CUUUID uuid(kCounting.data());
+    unsigned int code = 0;
+    {
+      FailingAllocation const failing(1);
+      try {
+        corrects ? uuid.CorrectSerialArea(serial) : uuid.SetUUIDBytes(bytes);
+      } catch (unsigned int thrown) {
+        code = thrown;
+      }
+    }
+    EXPECT_EQ(code, corrects ? 0u : 2u);
+    EXPECT_EQ(uuid.GetUUIDRef(), nullptr);
+  }
+  unsigned int code = 0;
+  try {
+    FailingAllocation const failing(1);
+    CUUUID const none;
+  } catch (unsigned int thrown) {
+    code = thrown;
+  }
+  EXPECT_EQ(code, static_cast<unsigned int>(CUError_NullArgument));
+
+  CUUUID uuid(kCounting.data());
+  CUSharedPtr<CUStringMac> text;
+  FailEachAllocation([&] { text = uuid.Description(); }, [] {});
+  EXPECT_EQ(Utf8(text).size(), Utf8(uuid.CUObject::Description()).size() + 37);
+}

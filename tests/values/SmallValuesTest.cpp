@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QuillmereLib/values/CUColor.h"
+#include "QuillmereLib/values/CUIdentifierGenerator.h"
+#include "QuillmereLib/values/CUPerformanceCounter.h"
+#include "tests/support/InChild.h"
+#include "tests/support/Strings.h"
+
+namespace {
+
+std::string Channels(CUColor& color) {
+  std::string text;
+  for (int const channel : {color.A(), color.R(), color.G(), color.B()}) {
+    text += (text.empty() ? "" : " ") + std::to_string(channel);
+  }
+  return text;
+}
+
+// The fields of a counter, which stand behind the count of objects.
+struct Marks {
+  std::uint64_t start;
+  std::uint64_t end;
+  std::uint32_t numer = 1;
+  std::uint32_t denom = 1;
+};
+static_assert(sizeof(CUPerformanceCounter) == sizeof(CUObject) + sizeof(Marks));
+
+void SetMarks(CUPerformanceCounter& counter, Marks const& marks) {
+  std::memcpy(reinterpret_cast<char*>(&counter) + sizeof(CUObject), &marks, sizeof marks);
+}
+
+Marks MarksOf(CUPerformanceCounter const& counter) {
+  Marks marks;
+  std::memcpy(&marks, reinterpret_cast<char const*>(&counter) + sizeof(CUObject), sizeof marks);
+  return marks;
+}
+
+std::vector<std::int64_t> Take(CUIdentifierGenerator& generator, int count) {
+  std::vector<std::int64_t> numbers;
+  for (int i = 0; i < count; ++i) numbers.push_back(generator.GenerateIdentifier());
+  return numbers;
+}
+
+}  // namespace
+
+TEST(CUColor, HasItsChannels) {
+  struct {
+    CUSharedPtr<CUColor> color;
+    char const* channels;
+  } const cases[] = {
+      {new CUColor, "0 0 0 0"},
+      {CUColor::Create(10, 20, 30), "255 10 20 30"},
+      {CUColor::Create(10, 20, 30, 40), "10 20 30 40"},
+      {CUColor::Red(), "255 255 0 0"},
+      {CUColor::Black(), "255 0 0 0"},
+      {CUColor::Gray(), "255 128 128 128"},
+      {CUColor::DarkGray(), "255 169 169 169"},
+      {CUColor::LightGray(), "255 211 211 211"},
+      {CUColor::White(), "255 255 255 255"},
+  };
+  for (auto const& [color, channels] : cases) EXPECT_EQ(Channels(*color), channels);
+  EXPECT_FALSE(CUColor::White() == CUColor::White()) << "a new object each time";
+  EXPECT_TRUE(cases[0].color->Init(4, 3, 2, 1));
+  CUColor copy(*cases[0].color);
+  EXPECT_EQ(Channels(copy), "4 3 2 1");
+}
+
+// Red when the steps of the arithmetic are reordered, are signed, or run on a mark not set.
+TEST(CUPerformanceCounter, ComputesTheTimeBetweenItsMarks) {
+  std::string const huge = "18446744073709551";
+  struct {
+    Marks marks;
+    std::string microseconds;
+    std::string description;
+  } const cases[] = {
+      {{1, 1500001}, "1500", "Processing time:1500micro sec, 1msec, 0sec."},
+      {{1, 1000}, "0", ""},
+      {{1, 1001}, "1", "Processing time:1micro sec, 0msec, 0sec."},
+      {{1, 3999999999}, "3999999", "Processing time:3999999micro sec, 3999msec, 3sec."},
+      {{5, 5}, "0", ""},
+      {{6, 5}, huge, "Processing time:" + huge + "micro sec, 18446744073709msec, 18446744073sec."},
+      {{0, 1500001}, "0", ""},
+      {{1500001, 0}, "0", ""},
+      {{1, 1500001, 0, 1}, "0", ""},
+      {{1, 1500001, 1, 0}, "0", ""},
+      {{1, 25, 125, 3}, "1", "Processing time:1micro sec, 0msec, 0sec."},
+      {{1, 24, 125, 3}, "0", ""},
+      // The product wraps before it is divided.
+      {{1, (1ull << 63) + 4001, 2, 4}, "2", "Processing time:2micro sec, 0msec, 0sec."},
+  };
+  for (auto const& [marks, microseconds, description] : cases) {
+    CUPerformanceCounter counter;
+    SetMarks(counter, marks);
+    EXPECT_EQ(std::to_string(counter.GetProcessingTime()), microseconds) << marks.end;
+    CUSharedPtr<CUStringMac> const text = counter.Description();
+    ASSERT_TRUE(text != nullptr);
+    EXPECT_EQ(Utf8(text), description) << marks.end;
+  }
+}
+
+TEST(CUPerformanceCounter, MeasuresTime) {
+  CUSharedPtr<CUPerformanceCounter> const counter = new CUPerformanceCounter;
+  counter->EndCounter();
+  EXPECT_EQ(counter->GetProcessingTime(), 0u);
+  counter->StartCounter();
+  std::this_thread::sleep_for(std::chrono::milliseconds(3));
+  counter->EndCounter();
+  EXPECT_GE(counter->GetProcessingTime(), 3000u);
+  EXPECT_LT(counter->GetProcessingTime(), 60000000u);
+
+  CUPerformanceCounter copy;
+  Marks const marks = MarksOf(*counter);
+  SetMarks(*counter, {marks.start, marks.end, 7, 3});
+  copy.CopyCounter(counter);
+  EXPECT_EQ(MarksOf(copy).start, marks.start);
+  EXPECT_EQ(MarksOf(copy).end, marks.end);
+  EXPECT_EQ(MarksOf(copy).numer, 7u);
+  EXPECT_EQ(MarksOf(copy).denom, 3u);
+}
+
+TEST(CUIdentifierGenerator, CountsFrom1InEveryProcess) {
+  auto const firstNumbers = [] {
+    std::string const first =
+        std::to_string(CUIdentifierGenerator::SharedInstance()->GenerateIdentifier());
+    return first + " " +
+           std::to_string(CUIdentifierGenerator::SharedInstance()->GenerateIdentifier());
+  };
+  EXPECT_EQ(InChild(firstNumbers), "1 2");
+  EXPECT_EQ(InChild(firstNumbers), "1 2");
+}
+
+TEST(CUIdentifierGenerator, GivesEachThreadNumbersOfItsOwn) {
+  CUIdentifierGenerator generator;
+  std::vector<std::int64_t> taken[4];
+  std::vector<std::thread> threads;
+  for (auto& numbers : taken) {
+    threads.emplace_back([&] { numbers = Take(generator, 5000); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::vector<std::int64_t> all;
+  for (auto const& numbers : taken) {
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    all.insert(all.end(), numbers.begin(), numbers.end());
+  }
+  std::sort(all.begin(), all.end());
+  for (std::size_t i = 0; i < all.size(); ++i) ASSERT_EQ(all[i], static_cast<std::int64_t>(i) + 1);
+}
+
+// Red when threads that come first together are given an object that is freed, or the one that
+// stays is none of theirs.
+TEST(CUIdentifierGenerator, MayBeMadeByManyThreadsAtOnce) {
+  EXPECT_EQ(InChild([] {
+              std::atomic<int> waiting{8};
+              CUSharedPtr<CUIdentifierGenerator> instances[8];
+              std::vector<std::thread> threads;
+              for (auto& instance : instances) {
+                threads.emplace_back([&] {
+                  --waiting;
+                  while (waiting != 0) std::this_thread::yield();
+                  instance = CUIdentifierGenerator::SharedInstance();
+                  instance->GenerateIdentifier();
+                });
+              }
+              for (std::thread& thread : threads) thread.join();
+              auto const last = CUIdentifierGenerator::SharedInstance();
+              bool const known = std::count(instances, instances + 8, last) != 0;
+              bool const stays = CUIdentifierGenerator::SharedInstance() == last;
+              return std::string(known && stays ? "one of theirs" : "another");
+            }),
+            "one of theirs");
+}
