@@ -39,6 +39,9 @@
 #include "QuillmereLib/values/CUIdentifierGenerator.h"
 #include "QuillmereLib/values/CUPerformanceCounter.h"
 #include "QuillmereLib/values/CUUUID.h"
+// xml
+#include "QuillmereLib/xml/CUXmlDomDocumentNode.h"
+#include "QuillmereLib/xml/CUXmlDomNode.h"
 // logging
 #include "QuillmereLib/logging/CULog.h"
 #include "QuillmereLib/logging/CUPerformanceLogger.h"

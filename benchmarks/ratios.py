@@ -51,6 +51,9 @@ LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer
     (r"values/uuid", r"getrandom", 1.1),
     (r"values/uuid", r"quuid", 1.0),
     (r"values/measure_time", r"clock_gettime", 1.5),
+    (r"xml/load", r"qdomdocument|poco_dom|libxml2_tree", 1.0),
+    (r"xml/load", r"expat_alone", 2.5),
+    (r"xml/write", r"qdomdocument|poco_dom", 1.0),
 ]]
 
 # Cases whose own time has a limit, in nanoseconds.

@@ -7,7 +7,8 @@ set(QUILLMERE_INTERNAL_HEADERS
     core/CFHolder.h
     core/ThrowErrorCode.h
     logging/LogState.h
-    strings/TextBuilder.h)
+    strings/TextBuilder.h
+    xml/NodeText.h)
 
 set(exclude_internal)
 foreach(header IN LISTS QUILLMERE_INTERNAL_HEADERS)

@@ -20,7 +20,7 @@ CUSharedPtr<CUIdentifierGenerator> CUIdentifierGenerator::SharedInstance() {
     std::lock_guard<std::mutex> const guard(gs_slotLock);
     if (gs_sharedCUIdentifierGenerator != nullptr) return gs_sharedCUIdentifierGenerator;
   }
-  CUSharedPtr<CUIdentifierGenerator> const made = new CUIdentifierGenerator;
+  CUSharedPtr<CUIdentifierGenerator> made = new CUIdentifierGenerator;
   std::lock_guard<std::mutex> const guard(gs_slotLock);
   gs_sharedCUIdentifierGenerator = made;
   return made;

@@ -43,11 +43,11 @@ CUUUID::CUUUID(unsigned char const* bytes)
 
 CUUUID::CUUUID(CFUUIDBytes const& bytes) : m_uuid(nullptr) { CUUUID::SetUUIDBytes(bytes); }
 
-CUUUID::CUUUID(__CFUUID const* uuid) : m_uuid(nullptr) { CUUUID::SetUUIDRef(uuid); }
-
-CUUUID::CUUUID(CUUUID const& other) : CUObject(other), m_uuid(nullptr) {
-  CUUUID::SetUUIDRef(other.m_uuid);
+CUUUID::CUUUID(__CFUUID const* uuid) : m_uuid(nullptr) {
+  if (uuid != nullptr) CUUUID::SetUUIDBytes(CFUUIDGetUUIDBytes(uuid));
 }
+
+CUUUID::CUUUID(CUUUID const& other) : CUUUID(other.m_uuid) {}
 
 CUUUID::~CUUUID() {
   if (m_uuid != nullptr) CFRelease(m_uuid);
@@ -65,7 +65,7 @@ CUSharedPtr<CUUUID> CUUUID::CreateNull() {
 }
 
 CUSharedPtr<CUStringMac> CUUUID::Description() {
-  CUSharedPtr<CUStringMac> const object = CUObject::Description();
+  CUSharedPtr<CUStringMac> object = CUObject::Description();
   if (m_uuid == nullptr) return object;
   CFHolder<CFStringRef> const identifier(CFUUIDCreateString(kCFAllocatorDefault, m_uuid));
   if (!identifier) return object;

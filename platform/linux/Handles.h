@@ -3,11 +3,13 @@
 // Owners of what the system and its libraries hand out: each lets its handle go exactly once.
 
 #include <dirent.h>
+#include <expat.h>
 #include <gio/gio.h>
 #include <glib.h>
 #include <libmount/libmount.h>
 #include <libudev.h>
 #include <unicode/ucal.h>
+#include <unicode/ucnv.h>
 #include <unicode/ucol.h>
 #include <unicode/udat.h>
 #include <unicode/usearch.h>
@@ -45,12 +47,14 @@ class Handle {
 using CalendarHandle = Handle<UCalendar, ucal_close>;
 using CollationElementsHandle = Handle<UCollationElements, ucol_closeElements>;
 using CollatorHandle = Handle<UCollator, ucol_close>;
+using ConverterHandle = Handle<UConverter, ucnv_close>;
 using DateFormatHandle = Handle<UDateFormat, udat_close>;
 using ErrorHandle = Handle<GError, g_error_free>;
 using SearchHandle = Handle<UStringSearch, usearch_close>;
 using SetHandle = Handle<USet, uset_close>;
 using SourceHandle = Handle<GSource, g_source_unref>;
 using TimeZoneHandle = Handle<GTimeZone, g_time_zone_unref>;
+using XmlParserHandle = Handle<XML_ParserStruct, XML_ParserFree>;
 
 inline void CloseFile(GFile* file) { g_object_unref(file); }
 inline void CloseDirectory(DIR* directory) { closedir(directory); }

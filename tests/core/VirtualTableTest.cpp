@@ -16,6 +16,7 @@
 #include "QuillmereLib/strings/CUStringMac.h"
 #include "QuillmereLib/values/CUPerformanceCounter.h"
 #include "QuillmereLib/values/CUUUID.h"
+#include "QuillmereLib/xml/CUXmlDomDocumentNode.h"
 
 namespace {
 
@@ -91,4 +92,14 @@ TEST(VirtualTable, OfIdentifiersHasTheGivenOrder) {
                   static_cast<Id& (Id::*)(Id const&)>(&Id::operator=), &Id::GetBytes,
                   &Id::GetUUIDRef, &Id::SetUUIDRef, &Id::GetUUIDBytes, &Id::SetUUIDBytes),
             "2 4 5 6 7 8 9 10 11 12 13 14");
+}
+
+TEST(VirtualTable, OfXmlNodesHasTheGivenOrder) {
+  using Node = CUXmlDomNode;
+  EXPECT_EQ(Slots(&Node::Description, &Node::GetNodeName, &Node::GetNodeType, &Node::GetAttribute,
+                  &Node::GetAttributes, &Node::GetNodeValue, &Node::SetNodeName,
+                  &Node::SetAttribute, &Node::SetNodeValue, &Node::GetChildNodes),
+            "2 4 5 6 7 8 9 10 11 12");
+  EXPECT_EQ(Slots(&CUXmlDomElementNode::SetNodeValue, &CUXmlDomTextNode::SetNodeName), "11 9");
+  EXPECT_EQ(Slots(&CUXmlDomDocumentNode::LoadXml, &CUXmlDomDocumentNode::WriteXml), "13 14");
 }

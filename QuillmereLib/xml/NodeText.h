@@ -1,0 +1,26 @@
+#pragma once
+
+// Strings for nodes, and the statuses of their setters.
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <new>
+
+#include "QuillmereLib/core/CUResult.h"
+#include "QuillmereLib/core/CUSharedPtr.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+
+// A new string with this text; the null string for null. Throws std::bad_alloc, so that no text is
+// lost where memory runs out.
+inline CUSharedPtr<CUStringMac> NewString(CFStringRef text) {
+  CUSharedPtr<CUStringMac> string = new CUStringMac(text);
+  if (text != nullptr && static_cast<CFStringRef>(*string) == nullptr) throw std::bad_alloc();
+  return string;
+}
+
+// The platform string, lent; null for no string and for the null string.
+inline CFStringRef PlatformString(CUStringMac const* string) {
+  return string != nullptr ? static_cast<CFStringRef>(*string) : nullptr;
+}
+
+inline bool Failed(unsigned int status) { return CUFailed(static_cast<CUResult>(status)); }

@@ -1,0 +1,18 @@
+#pragma once
+
+// Trees of counted nodes. A tree belongs to one thread at a time, for reading too.
+
+#include <CoreFoundation/CFBase.h>
+
+typedef struct __CFTree* CFTreeRef;
+
+// Makes `newChild`, which must not stand in any tree yet, the last child of `tree`, which retains
+// it. Takes constant time and never fails.
+CF_INSIDE void CFTreeAppendChild(CFTreeRef tree, CFTreeRef newChild);
+
+// The number of children.
+CF_INSIDE CFIndex CFTreeGetChildCount(CFTreeRef tree);
+
+// The child at `index`, lent; null if there is none. Asked one after the other, from the first, the
+// children take constant time each.
+CF_INSIDE CFTreeRef CFTreeGetChildAtIndex(CFTreeRef tree, CFIndex index);
