@@ -43,6 +43,8 @@ FileExamination::FileExamination(std::function<void(unsigned long long)> onBytes
 void FileExamination::Examine(FileTask& task) {
   if (StopRequested()) return;
   BeginReading(task);
+  CUPerformanceCounter counter;
+  counter.StartCounter();
   CUSharedPtr<CUFileStream> file;
   try {
     file = new CUFileStream(task.path, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
@@ -51,6 +53,8 @@ void FileExamination::Examine(FileTask& task) {
     return;
   }
   ExamineOpened(task, file);
+  counter.EndCounter();
+  task.microseconds = counter.GetProcessingTime();
   if (task.finding == nullptr) return;
   EndReading(task);
   CULog::Write(kLogDebug, "read %s: %s, %llu bytes", Utf8Of(*task.path).c_str(),

@@ -20,6 +20,7 @@ struct FileTask : public CUObject {
   // What its examination gives: one of both, or neither where the run was stopped.
   CUSharedPtr<Finding> finding;
   std::string failure;
+  unsigned long long microseconds = 0;  // that it took
 
   bool isBack = false;  // from the examining thread
 };

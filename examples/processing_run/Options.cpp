@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include "Job.h"
 #include "VisibleText.h"
 
 char const* const kHelpText =
@@ -9,6 +10,8 @@ char const* const kHelpText =
     "table, and writes a report. Without a path it reads /usr/share/common-licenses, or\n"
     "/usr/share/doc/base-files where that is missing.\n"
     "\n"
+    "  --job FILE           take options and paths from an XML file first, see job.xml beside\n"
+    "                       this program's source\n"
     "  --output FOLDER      copy the files there too, each given path under its name\n"
     "  --recycle            at the end, send the output folder with all in it to the trash\n"
     "  --report-file PATH   where the report goes (./processing_report.txt)\n"
@@ -52,8 +55,8 @@ void AddFolder(CUSharedPtr<CUStringMac>& path) {
 
 class Parser {
  public:
-  Parser(int argc, char const* const* argv, Options& options)
-      : m_rest(argv + 1), m_end(argv + argc), m_options(options) {}
+  Parser(std::vector<std::string> const& words, bool isJob, Options& options)
+      : m_rest(words.begin()), m_end(words.end()), m_isJob(isJob), m_options(options) {}
 
   std::string Parse() {
     bool optionsOver = false;
@@ -76,8 +79,8 @@ class Parser {
   std::string TakeOption(std::string const& argument) {
     std::size_t const equals = argument.find('=');
     std::string const name = argument.substr(0, equals);
-    bool const valued =
-        name == "--sort" || name == "--report-file" || name == "--output" || name == "--threads";
+    bool const valued = name == "--sort" || name == "--report-file" || name == "--output" ||
+                        name == "--threads" || name == "--job";
     std::string value;
     if (!valued && equals != std::string::npos) {
       return "option " + VisibleText(name) + " takes no value";
@@ -91,6 +94,7 @@ class Parser {
       if (value.empty()) return "option " + name + " needs a value";
     }
 
+    if (name == "--job") return TakeJob(value);
     if (name == "--sort") return SetSortKey(value);
     if (name == "--report-file") return SetPath("report", value, m_options.reportFile);
     if (name == "--output") {
@@ -111,6 +115,14 @@ class Parser {
       return "unknown option " + VisibleText(name);
     }
     return std::string();
+  }
+
+  // A job names no other: it could name itself.
+  std::string TakeJob(std::string const& path) {
+    if (m_isJob) return "a job cannot hold another";
+    std::vector<std::string> words;
+    std::string const problem = ReadJob(path, words);
+    return problem.empty() ? Parser(words, true, m_options).Parse() : problem;
   }
 
   std::string SetSortKey(std::string const& value) {
@@ -143,8 +155,9 @@ class Parser {
 
   void AddPath(std::string const& path) { m_options.paths.push_back(WithoutTrailingSlashes(path)); }
 
-  char const* const* m_rest;
-  char const* const* m_end;
+  std::vector<std::string>::const_iterator m_rest;
+  std::vector<std::string>::const_iterator m_end;
+  bool m_isJob;
   Options& m_options;
 };
 
@@ -152,7 +165,8 @@ class Parser {
 
 std::string ParseOptions(int argc, char const* const* argv, Options& options) {
   options.reportFile = StringOf(kDefaultReportFile);
-  std::string problem = Parser(argc, argv, options).Parse();
+  std::vector<std::string> const words(argv + (argc > 0 ? 1 : 0), argv + argc);
+  std::string problem = Parser(words, false, options).Parse();
   if (!problem.empty()) return problem;
 
   if (options.paths.empty()) {

@@ -9,11 +9,13 @@
 #include <vector>
 
 #include "Failures.h"
+#include "FileTask.h"
 
 // All that a run found out.
 struct RunResult {
-  std::vector<std::string> paths;        // as they were given
-  CUSharedPtr<CUMutableArray> findings;  // in the order of showing
+  std::vector<std::string> paths;            // as they were given
+  std::vector<CUSharedPtr<FileTask>> files;  // in the order of the walk
+  CUSharedPtr<CUMutableArray> findings;      // in the order of showing
   unsigned long linksToFolders = 0;
   unsigned long long bytes = 0;     // of all findings
   CUSharedPtr<CUStringMac> output;  // null where nothing was to be copied

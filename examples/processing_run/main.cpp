@@ -10,6 +10,7 @@
 #include "ErrorWords.h"
 #include "Finding.h"
 #include "FolderWalk.h"
+#include "Manifest.h"
 #include "Options.h"
 #include "OutputFolder.h"
 #include "ParallelExamination.h"
@@ -33,6 +34,7 @@ RunResult ProcessFiles(Options const& options, ProgressBar& bar, Failures& failu
 
   RunResult result;
   result.paths = options.paths;
+  result.files = walk.files;
   result.linksToFolders = walk.linksToFolders;
   result.stopped = walk.stopped;
   result.findings = new CUMutableArray;
@@ -60,8 +62,21 @@ RunResult ProcessFiles(Options const& options, ProgressBar& bar, Failures& failu
 // Why nothing can be done at all, or an empty text.
 std::string WhyNot(Options const& options) {
   std::string problem = WhyNoReport(options.reportFile, options.overwrite);
+  if (problem.empty()) {
+    problem = WhyNoManifest(ManifestPath(*options.reportFile), options.overwrite);
+  }
   if (problem.empty() && options.output != nullptr) problem = WhyNoOutput(options);
   return problem;
+}
+
+// Prints where something is, or why it is not; whether it is.
+bool PrintOutcome(char const* what, CUStringMac& path, std::string const& problem) {
+  if (problem.empty()) {
+    std::printf("%s: %s\n", what, VisibleText(Utf8Of(path)).c_str());
+  } else {
+    WriteProblem(problem);
+  }
+  return problem.empty();
 }
 
 // The report is written before the table is shown: it is there also if nobody reads the table.
@@ -83,12 +98,10 @@ int Run(Options const& options) {
   bool failed = !failures.All().empty();
   problem = WriteReport(options.reportFile, options.overwrite, result, failures.All());
   PrintTable(result, failures.All().size());
-  if (problem.empty()) {
-    std::printf("Report: %s\n", VisibleText(Utf8Of(*options.reportFile)).c_str());
-  } else {
-    WriteProblem(problem);
-    failed = true;
-  }
+  failed |= !PrintOutcome("Report", *options.reportFile, problem);
+  CUSharedPtr<CUStringMac> const manifest = ManifestPath(*options.reportFile);
+  problem = WriteManifest(manifest, options.overwrite, result.files, failures.All());
+  failed |= !PrintOutcome("Manifest", *manifest, problem);
 
   CULog::Write(kLogInfo, "%u files read, %u copied, %zu failures", result.findings->Count(),
                result.filesCopied, failures.All().size());
@@ -100,13 +113,7 @@ int Run(Options const& options) {
     return kStopped;
   }
   if (options.recycle) {
-    problem = RecycleOutput(options.output);
-    if (problem.empty()) {
-      std::printf("Recycled: %s\n", VisibleText(Utf8Of(*options.output)).c_str());
-    } else {
-      WriteProblem(problem);
-      failed = true;
-    }
+    failed |= !PrintOutcome("Recycled", *options.output, RecycleOutput(options.output));
   }
   return failed ? kSomeFailed : kAllWell;
 }

@@ -66,6 +66,7 @@ abcdef            text      1  af63dc4c8601ec8c  plain/sub.d
 
 files 3, bytes 7, links to folders not followed 0, failures 0
 Report: ./processing_report.txt
+Manifest: ./processing_report.xml
 Log: LOGS/processing_run0.log to 9.log
 Records: LOGS/QMR_ImageStabilization.csv (reading), QMR_Export.csv (copying)
 END
@@ -126,6 +127,48 @@ has out "System report: $logs/processing_run system.txt, in a moment"
 XDG_DATA_HOME=/dev/null/data run 0 --report plain
 has err 'processing_run: nothing is logged, as the folder for it cannot be made: the system refuses'
 [ "$(wc -l <err)" = 1 ] && ! grep -q '^Log:\|^System' out || wrong "a run without logs: $(cat out err)"
+
+# --- The manifest: an element a file and a failure, in XML that another program reads too.
+manifest() { sed 's/<\(file\|failure\) /\n&/g; s, \(created\|identifier\|microseconds\|modified\|uuid\)="[^"]*",,g' "$1"; }
+mkdir 'a &b <c>'
+printf a >'a &b <c>/"d"'
+run 1 'a &b <c>' missing
+manifest processing_report.xml >got
+cat >wanted.xml <<'END'
+<?xml version="1.0" encoding="UTF-8"?><manifest format="processing_run 1">
+<file fnv1a64="af63dc4c8601ec8c" path="a &amp;b &lt;c>/&quot;d&quot;" size="1" type="text"></file>
+<failure path="missing">No such file or directory</failure></manifest>
+END
+printf '\n' | cat got - | diff wanted.xml - || wrong "manifest"
+grep -qE ' identifier="1" microseconds="[0-9]+" modified="[0-9/]{10} [0-9:]{8}" .* uuid="[0-9a-f]{32}">' \
+  processing_report.xml || wrong "manifest: $(cat processing_report.xml)"
+printf '<other/>' >processing_report.xml
+run 2 plain
+has err 'processing_run: ./processing_report.xml: the manifest cannot go here, the file is not an earlier manifest; --overwrite replaces it'
+[ "$(cat processing_report.xml)" = '<other/>' ] || wrong "replaced what is no manifest"
+run 0 --overwrite plain
+
+# --- Jobs.
+cat >job.xml <<'END'
+<?xml version="1.0" encoding="UTF-8"?>
+<job>
+  <sort>size</sort> <descending/>
+  <report-file>by job</report-file>
+  <path>a &amp;b &lt;c&gt;</path>
+</job>
+END
+run 0 --job job.xml plain
+[ "$(awk -F"$tab" 'NF == 7 && $1 != "name" {printf "%s ", $5}' 'by job')" = '6 1 1 0 ' ] ||
+  wrong "by job: $(cat 'by job')"
+printf '<job><!-- no --></job>' >comment.xml
+printf '<other/>' >other.xml
+printf '<job><path><b/></path></job>' >deep.xml
+printf '<job><job>job.xml</job></job>' >nested.xml
+printf '<job><colour>red</colour></job>' >unknown.xml
+for job in comment.xml other.xml deep.xml nested.xml unknown.xml missing.xml plain; do
+  run 2 --job $job
+  [ "$(wc -l <err)" -eq 1 ] && [ ! -s out ] || wrong "refusal of the job $job: $(cat err out)"
+done
 
 # --- Copies: the tree with its empty folders, and the sums of its files.
 mkdir -p many/empty/inner many/a/b
