@@ -5,6 +5,7 @@
 // core: objects, their pointer, failure codes, locks, events and threads
 #include "QuillmereLib/core/CUErrorContents.h"
 #include "QuillmereLib/core/CUEventWaitHandle.h"
+#include "QuillmereLib/core/CULiveObjects.h"
 #include "QuillmereLib/core/CULock.h"
 #include "QuillmereLib/core/CUObject.h"
 #include "QuillmereLib/core/CURange.h"

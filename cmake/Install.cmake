@@ -1,5 +1,6 @@
 # What `cmake --install` and `cpack` put on a machine. Everything in it is relocatable: the CMake
-# package and the pkg-config file find their own prefix.
+# package and the pkg-config file find their own prefix. Three components: what programs need to run,
+# what they need to be built, and what is to be read.
 include(CMakePackageConfigHelpers)
 
 # Headers that sources of the library share and that no public header includes.
@@ -20,20 +21,33 @@ foreach(header IN LISTS QUILLMERE_INTERNAL_HEADERS)
 endforeach()
 
 install(TARGETS QuillmereLib EXPORT QuillmereLib
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY QuillmereLib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QuillmereLib
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(DIRECTORY QuillmereLib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QuillmereLib COMPONENT dev
         FILES_MATCHING PATTERN "*.h" ${exclude_internal})
+install(FILES ${QUILLMERE_COUNTING}/QuillmereLib/core/ObjectHooks.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QuillmereLib/core COMPONENT dev)
 if(NOT APPLE)
   install(DIRECTORY platform/include/
-          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QuillmereLib/platform
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QuillmereLib/platform COMPONENT dev
           FILES_MATCHING PATTERN "*.h")
-  install(PROGRAMS tools/quillmere-system-report DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
+  install(PROGRAMS tools/quillmere-system-report DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}
+          COMPONENT runtime)
+  # gdb looks for the printers below its own folder by the full path of the library, whose prefix is
+  # known when the tree is installed and not before.
+  install(FILES tools/gdb/quillmere.py RENAME libQuillmereLib.so.${PROJECT_VERSION}-gdb.py
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
+          COMPONENT runtime)
 endif()
-install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT doc
+        FILES_MATCHING PATTERN "*.md")
+# The API reference, where doxygen has made it.
+install(DIRECTORY build/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc OPTIONAL)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QuillmereLib)
 install(EXPORT QuillmereLib NAMESPACE QuillmereLib:: FILE QuillmereLibTargets.cmake
-        DESTINATION ${package_dir})
+        DESTINATION ${package_dir} COMPONENT dev)
 configure_package_config_file(
     ${PROJECT_SOURCE_DIR}/cmake/QuillmereLibConfig.cmake.in
     ${PROJECT_BINARY_DIR}/cmake/QuillmereLibConfig.cmake
@@ -42,7 +56,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/cmake/QuillmereLibConfigV
                                  COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/cmake/QuillmereLibConfig.cmake
               ${PROJECT_BINARY_DIR}/cmake/QuillmereLibConfigVersion.cmake
-        DESTINATION ${package_dir})
+        DESTINATION ${package_dir} COMPONENT dev)
 
 # The way from the folder of the pkg-config file back to the prefix, and from there to the others.
 file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
@@ -52,17 +66,35 @@ file(RELATIVE_PATH pc_includedir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_IN
 configure_file(${PROJECT_SOURCE_DIR}/cmake/quillmerelib.pc.in
                ${PROJECT_BINARY_DIR}/cmake/quillmerelib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/cmake/quillmerelib.pc
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
+# A Debian package for each component, named by Debian's rules, and one of the debug symbols.
 if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_GENERATOR DEB)
   set(CPACK_PACKAGE_NAME quillmerelib)
   set(CPACK_PACKAGE_CONTACT "The QuillmereLib developers <quillmerelib@localhost>")
   set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_COMPONENTS_ALL runtime dev doc)
+  set(CPACK_COMPONENTS_GROUPING IGNORE)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-  set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libquillmerelib${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}")
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-  set(CPACK_STRIP_FILES ON)
+  set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
+
+  set(CPACK_DEBIAN_DEV_PACKAGE_NAME libquillmerelib-dev)
+  set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+  set(CPACK_COMPONENT_DEV_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)")
+  set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+
+  set(CPACK_DEBIAN_DOC_PACKAGE_NAME libquillmerelib-doc)
+  set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
+  set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
+  set(CPACK_COMPONENT_DOC_DESCRIPTION "${PROJECT_DESCRIPTION} (documentation)")
   include(CPack)
 endif()

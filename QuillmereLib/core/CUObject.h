@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "QuillmereLib/core/CUExport.h"
+#include "QuillmereLib/core/ObjectHooks.h"
 
 class CUStringMac;
 template <class T>
@@ -27,12 +28,13 @@ class QUILLMERE_API CUObject {
  public:
   CUObject() : m_refCount(0) {
     if (!initMutex_CUObject.load(std::memory_order_acquire)) InitObjectMutex();
+    CUObjectBegins(this);
   }
 
   // The copy counts its own pointers: nothing is taken over.
-  CUObject(CUObject const&) : m_refCount(0) {}
+  CUObject(CUObject const&) : m_refCount(0) { CUObjectBegins(this); }
 
-  virtual ~CUObject() = default;
+  virtual ~CUObject() { CUObjectEnds(this); }
 
   // A text for diagnosis. By default the encoded run-time type name and the address, as in
   // "15CUSimpleMonitor(0x0x7f...)": the prefix stands twice where the platform prints its own.

@@ -1,0 +1,137 @@
+// One variable of each kind that tools/gdb/quillmere.py shows, whole and damaged. The program is
+// not run by itself: printers.py stops it at Stop() and looks at the variables of main.
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <QuillmereLib/QuillmereLib.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+// A class that only this program knows, and which no printer shows.
+struct Reel : CUObject {
+  int number = 7;
+};
+
+// Room for an object, filled with one byte.
+template <class T>
+struct Filled {
+  explicit Filled(int byte) { std::memset(bytes, byte, sizeof bytes); }
+  T& Object() { return reinterpret_cast<T&>(bytes); }
+  alignas(T) unsigned char bytes[sizeof(T)];
+};
+
+// The members of a container's class begin behind those of CUObject.
+char* Members(CUObject* object) { return reinterpret_cast<char*>(object) + sizeof(CUObject); }
+
+void Overwrite(CUObject* object, std::size_t word, int byte) {
+  std::memset(Members(object) + word * sizeof(void*), byte, sizeof(void*));
+}
+
+// Makes the root of a tree its own left child: it stands behind its colour and its parent.
+void TieRoot(CUObject* object) {
+  char* root = nullptr;
+  std::memcpy(&root, Members(object) + 2 * sizeof(void*), sizeof root);
+  std::memcpy(root + 2 * sizeof(void*), &root, sizeof root);
+}
+
+__attribute__((noinline)) void Stop(void const*) { asm volatile(""); }
+
+CUStringMac Text(char const* utf8) { return CUStringMac(utf8, CUString_CharCode_UTF8); }
+
+CUSharedPtr<CUStringMac> Shared(char const* utf8) { return new CUStringMac(Text(utf8)); }
+
+}  // namespace
+
+int main() {
+  CUStringMac ascii = Text("say \"a\\b\"\n");
+  CUStringMac wide = Text("Grüße, \U0001F3AC");
+  CUStringMac empty;
+  CUStringMac null = Text("\xff");
+  unsigned short units[] = {'a', 0xD800, 0, 'b'};
+  CUStringMac unpaired(units, sizeof units);
+  CUStringMac& reference = ascii;
+  CUStringMac const constant(ascii);
+  CUStringMac longText = Text(std::string(250, 'x').c_str());
+
+  CUSharedPtr<CUStringMac> text = Shared("scene");
+  CUSharedPtr<CUObject> object = text;
+  CUSharedPtr<CUObject> nothing;
+  CUSharedPtr<CUObject> unknown = new Reel;
+
+  CUSharedPtr<CUMutableArray> list = new CUMutableArray;
+  list->AddObject(text);
+  list->AddObject(nullptr);
+  list->AddObject(unknown);
+  CUArray none;
+
+  CUMutableDictionary dictionary;
+  dictionary.SetObjectForKey(text, Shared("c"));
+  dictionary.SetObjectForKey(Shared("a"), Shared("a"));
+  dictionary.SetObjectForKey(nullptr, Shared("b"));
+  dictionary.SetObjectForKey(unknown, Shared("e"));
+  dictionary.SetObjectForKey(list, Shared("d"));
+
+  CUMutableIndexSet indexes;
+  for (int index : {8, 1, 5, 3, 7, 2}) indexes.AddIndex(index);
+  CUVector<signed char> narrow;
+  narrow.assign({-1, 65});
+  CUVector<unsigned long long> broad;
+  broad.push_back(~0ULL);
+
+  CUDateTime moment(0.25);
+  CUDateTime ancient(-62.5e9);
+  CUDateTime beyond(1e20);
+  CUDateTime noMoment(moment);
+  CUDateTime const& itself = noMoment;
+  noMoment = itself;  // loses the value
+  CUUUID uuid(reinterpret_cast<unsigned char const*>("0123456789abcdef"));
+  CUUUID noUuid(static_cast<CFUUIDRef>(nullptr));
+
+  CFStringRef cfString = wide;
+  CFStringRef cfNothing = nullptr;
+  CFDateRef cfDate = CFDateCreate(kCFAllocatorDefault, -0.5);
+  UInt8 const bytes[17] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17};
+  CFDataRef cfData = CFDataCreate(kCFAllocatorDefault, bytes, sizeof bytes);
+  CFUUIDRef cfUuid = uuid;
+
+  CUXmlDomDocumentNode document;
+  CUSharedPtr<CUXmlDomElementNode> element = document.CreateElementNode(Shared("reel"));
+  element->SetAttribute(Shared("a"), Shared("1"));
+  element->GetChildNodes()->AddObject(document.CreateTextNode(Shared("text")));
+
+  // Never constructed, in memory of zeroes and of other bytes.
+  Filled<CUStringMac> rawString(0xA5), zeroString(0);
+  Filled<CUSharedPtr<CUObject>> rawPointer(0xA5), zeroPointer(0);
+  Filled<CUArray> rawArray(0xA5), zeroArray(0);
+  Filled<CUDictionary> rawDictionary(0xA5), zeroDictionary(0);
+  Filled<CUIndexSet> rawIndexes(0xA5), zeroIndexes(0);
+  Filled<CUVector<int>> rawVector(0xA5), zeroVector(0);
+  Filled<CUDateTime> rawMoment(0xA5), zeroMoment(0);
+  Filled<CUUUID> rawUuid(0xA5), zeroUuid(0);
+  CFStringRef wild = reinterpret_cast<CFStringRef>(0x10);
+  CFStringRef stack = reinterpret_cast<CFStringRef>(&rawString);
+
+  // Of another class, damaged by what was written over them, and gone.
+  CFStringRef notAString = reinterpret_cast<CFStringRef>(cfDate);
+  CUArray overrun(list);
+  Overwrite(&overrun, 0, 0x5A);
+  CUMutableDictionary torn(dictionary);
+  Overwrite(&torn, 2, 0x5A);
+  CUMutableIndexSet cyclic(indexes);
+  TieRoot(&cyclic);
+  CUMutableDictionary cyclicEntries(dictionary);
+  TieRoot(&cyclicEntries);
+  CUStringMac* const gone = new CUStringMac(ascii);
+  delete gone;
+  CFStringRef const goneText = CFStringCreateWithBytes(kCFAllocatorDefault, bytes, sizeof bytes,
+                                                       kCFStringEncodingASCII, false);
+  CFRelease(goneText);
+  CUStringMac goneHolder = Text("text");
+  CFRelease(goneHolder.operator CFStringRef());
+
+  void const* all[] = {cfString, &reference, &constant, cfNothing, cfData,      cfUuid,   wild,
+                       stack,    notAString, gone,      goneText,  &rawPointer, &rawArray};
+  Stop(all);
+}
