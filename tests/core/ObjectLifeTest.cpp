@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <thread>
 #include <vector>
 
 #include "QuillmereLib/core/CUResult.h"
@@ -11,6 +10,7 @@
 #include "tests/support/FailingAllocation.h"
 #include "tests/support/LoggingLock.h"
 #include "tests/support/Strings.h"
+#include "tests/support/Threads.h"
 
 namespace {
 
@@ -140,15 +140,11 @@ TEST(CUSharedPtr, DestroysTheWholeObjectThroughAnyBase) {
 
 TEST(CUSharedPtr, CountIsAtomic) {
   CUSharedPtr<CountedObject> const object = new CountedObject;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&object] {
-      for (int round = 0; round < 20000; ++round) {
-        CUSharedPtr<CUObject> copy = object;
-        CUSharedPtr<CUObject> const moved = std::move(copy);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  OnThreads(4, [&object](int) {
+    for (int round = 0; round < 20000; ++round) {
+      CUSharedPtr<CUObject> copy = object;
+      CUSharedPtr<CUObject> const moved = std::move(copy);
+    }
+  });
   EXPECT_EQ(CountOf(*object), 1);
 }

@@ -3,53 +3,73 @@
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <thread>
+#include <vector>
 
+#include "QuillmereLib/filesystem/CUDirectory.h"
 #include "QuillmereLib/filesystem/CUFile.h"
 #include "QuillmereLib/filesystem/CUFileInfo.h"
 #include "tests/support/Files.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Strings.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/ThrownCode.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// The error code that `work` throws as `unsigned int`; 0 for none.
-unsigned int CodeOf(std::function<void()> const& work) {
-  try {
-    work();
-  } catch (unsigned int code) {
-    return code;
-  }
-  return 0;
-}
-
 CUSharedPtr<CUStringMac> const kNull;
+
+// "file", "directory" or "none", by both forms of both tests.
+std::string KindOf(std::string const& path) {
+  auto const text = Make(path);
+  bool const file = CUFile::Exists(text);
+  bool const directory = CUDirectory::Exists(text);
+  EXPECT_EQ(CUFile::Exists(text.Get()), file);
+  EXPECT_EQ(CUDirectory::Exists(text.Get()), directory);
+  EXPECT_FALSE(file && directory);
+  return file ? "file" : directory ? "directory" : "none";
+}
 
 }  // namespace
 
-TEST(CUFileInfo, RefusesPathsThatAreNone) {
+TEST(CUFileInfo, IsOfAPathAndDescribesItselfByIt) {
   CUStringMac empty;
-  EXPECT_EQ(CodeOf([&] { CUFileInfo info(empty); }), 1u);
-  EXPECT_EQ(CodeOf([&] { CUFileInfo info(Make("")); }), 1u);
-  EXPECT_EQ(CodeOf([&] { CUFileInfo info(Make("\xFF")); }), 1u) << "the null string";
-  EXPECT_EQ(CodeOf([&] { CUFileInfo info(kNull); }), 2u);
-  EXPECT_EQ(CodeOf([&] { CUFile::Delete(kNull); }), 2u);
-  EXPECT_EQ(CodeOf([&] { CUFile::Delete(empty); }), 1u);
-  EXPECT_EQ(CodeOf([&] { CUFile::Rename(kNull, Make("x")); }), 2u);
+  EXPECT_EQ(ThrownCode([&] { CUFileInfo info(empty); }), 1u);
+  EXPECT_EQ(ThrownCode([&] { CUFileInfo info(Make("\xFF")); }), 1u) << "the null string";
+  EXPECT_EQ(ThrownCode([&] { CUFileInfo info(kNull); }), 2u);
+  EXPECT_EQ(ThrownCode([&] { CUFile::Delete(kNull); }), 2u);
+  EXPECT_EQ(ThrownCode([&] { CUFile::Delete(empty); }), 1u);
+  EXPECT_EQ(ThrownCode([&] { CUFile::Rename(kNull, Make("x")); }), 2u);
+  CUFileInfo info(Make("/some/path"));
+  *info.GetFullName() = *Make("changed");
+  EXPECT_EQ(Utf8(info.GetFullName()), "/some/path");
+  EXPECT_EQ(Utf8(info.Description()), Utf8(info.CUObject::Description()) + "/some/path");
 }
 
-TEST(CUFileInfo, DescribesItselfByItsPath) {
-  CUFileInfo info(Make("/some/path"));
-  CUSharedPtr<CUStringMac> const name = info.GetFullName();
-  *name = *Make("changed");
-  EXPECT_EQ(Utf8(info.GetFullName()), "/some/path");
-  std::string const text = Utf8(info.Description());
-  EXPECT_EQ(text.substr(0, 13), "10CUFileInfo(");
-  EXPECT_EQ(text.substr(text.size() - 11), ")/some/path");
+// How paths are followed is the platform's.
+TEST(CUFile, TellsFilesFromDirectories) {
+  TemporaryFolder const folder;
+  std::string const base = folder.Path() + "/";
+  fs::create_directory(base + "dir");
+  for (char const* const name : {"file", "dir/a:b"}) WriteFile(base + name, "");
+  for (std::string const name : {"file", "dir", "nowhere"}) {
+    fs::create_symlink(name, base + "to-" + name);
+  }
+  ASSERT_EQ(mkfifo((base + "fifo").c_str(), 0600), 0);
+  std::pair<std::string, std::vector<std::string>> const cases[] = {
+      {"file", {base + "file", base + "dir/a:b", base + "to-file", base + "fifo"}},
+      {"directory", {base + "dir/", base + "to-dir", "/"}},
+      {"none",
+       {base + "dir/a/b", base + "to-nowhere", base + "file/", base + std::string(300, 'n'),
+        base + std::string(5000, '/') + "dir", "", "\xFF"}}};
+  for (auto const& [kind, paths] : cases) {
+    for (std::string const& path : paths) EXPECT_EQ(KindOf(path), kind) << path.substr(0, 80);
+  }
+  CUStringMac* const null = nullptr;
+  EXPECT_FALSE(CUFile::Exists(null) || CUDirectory::Exists(null));
+  EXPECT_FALSE(CUFile::Exists(kNull) || CUDirectory::Exists(kNull));
 }
 
 TEST(CUFileInfo, DeletesFilesAndLinksAlone) {
@@ -62,13 +82,11 @@ TEST(CUFileInfo, DeletesFilesAndLinksAlone) {
   fs::create_symlink("nowhere", base + "dangling");
   fs::create_hard_link(base + "dir/inside", base + "hard");
   mkfifo((base + "fifo").c_str(), 0600);
-  struct {
-    std::string name;
-    unsigned int code;
-  } const cases[] = {{"missing", 0}, {"dir", 7},  {"file", 0}, {"dangling", 0},
-                     {"toDir", 0},   {"fifo", 0}, {"hard", 0}, {"file/x", 0}};
+  std::pair<std::string, unsigned int> const cases[] = {{"missing", 0},  {"dir", 7},   {"file", 0},
+                                                        {"dangling", 0}, {"toDir", 0}, {"fifo", 0},
+                                                        {"hard", 0},     {"file/x", 0}};
   for (auto const& [name, code] : cases) {
-    EXPECT_EQ(CodeOf([&, &name = name] { CUFile::Delete(Make(base + name)); }), code) << name;
+    EXPECT_EQ(ThrownCode([&, &name = name] { CUFile::Delete(Make(base + name)); }), code) << name;
     bool const remains = fs::symlink_status(base + name).type() != fs::file_type::not_found;
     EXPECT_EQ(remains, code != 0) << name;
   }
@@ -77,7 +95,7 @@ TEST(CUFileInfo, DeletesFilesAndLinksAlone) {
   chmod(folder.Path().c_str(), 0755);
   EXPECT_EQ(InChild([&] {
               if (!BecomeNobody()) return std::string("skip");
-              return std::to_string(CodeOf([&] { CUFile::Delete(Make(base + "dir/inside")); }));
+              return std::to_string(ThrownCode([&] { CUFile::Delete(Make(base + "dir/inside")); }));
             }),
             geteuid() == 0 ? "8" : "skip");
 }
@@ -120,7 +138,7 @@ TEST(CUFileInfo, RenamesWithoutReplacing) {
   for (auto const& [from, to, code, renamed] : cases) {
     WriteFile(base + "a", "new");
     CUFileInfo info(Make(base + from));
-    EXPECT_EQ(CodeOf([&, &to = to] { info.Rename(Make(to)); }), code) << from << " " << to;
+    EXPECT_EQ(ThrownCode([&, &to = to] { info.Rename(Make(to)); }), code) << from << " " << to;
     EXPECT_EQ(Utf8(info.GetFullName()), base + (renamed ? to : from)) << to;
     struct stat facts;
     EXPECT_EQ(lstat((base + to).c_str(), &facts) == 0,
@@ -132,8 +150,8 @@ TEST(CUFileInfo, RenamesWithoutReplacing) {
   EXPECT_TRUE(fs::exists(base + "link target"));
   CUFile::Rename(Make(base + "a"), Make("x/y"));
   EXPECT_EQ(ReadFile(base + "x:y"), "new") << "a name is never a path";
-  EXPECT_EQ(CodeOf([&] { CUFile::Rename(Make(base + "x:y"), kNull); }), 2u);
-  EXPECT_EQ(CodeOf([] { CUFile::Rename(Make("bare name"), Make("b")); }), 0u);
+  EXPECT_EQ(ThrownCode([&] { CUFile::Rename(Make(base + "x:y"), kNull); }), 2u);
+  EXPECT_EQ(ThrownCode([] { CUFile::Rename(Make("bare name"), Make("b")); }), 0u);
 }
 
 TEST(CUFileInfo, WaitsForAFileToGo) {

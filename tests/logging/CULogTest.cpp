@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
@@ -14,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include "QuillmereLib/core/CUErrorContents.h"
 #include "QuillmereLib/logging/CULog.h"
 #include "QuillmereLib/values/CUDateTime.h"
 #include "tests/support/FailingAllocation.h"
@@ -24,6 +22,8 @@
 #include "tests/support/OpenDescriptors.h"
 #include "tests/support/Strings.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Threads.h"
+#include "tests/support/ThrownCode.h"
 #include "tests/support/TimeZoneVariable.h"
 
 namespace {
@@ -215,14 +215,10 @@ TEST(CULog, AccountsForEveryLineOfTheRing) {
 
 TEST(CULog, KeepsLinesWholeAndEachThreadsInOrder) {
   Log const log;
-  std::vector<std::thread> threads;
-  for (int number = 0; number < 32; ++number) {
-    threads.emplace_back([number] {
-      CUSharedPtr<CUStringMac> const format = Make("%d %d %s");
-      for (int i = 0; i < 60; ++i) CULog::Write(1, format, number, i, "line\xF0\x9F\x8E\xAC");
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  OnThreads(32, [](int number) {
+    CUSharedPtr<CUStringMac> const format = Make("%d %d %s");
+    for (int i = 0; i < 60; ++i) CULog::Write(1, format, number, i, "line\xF0\x9F\x8E\xAC");
+  });
   int next[32] = {};
   for (std::string const& message : Messages(log.File(0))) {
     int const number = std::atoi(message.c_str());
@@ -366,11 +362,7 @@ TEST(CULog, IsStartedOnce) {
 
   // A folder that cannot be made is told; the log stays, and writes once the folder is there.
   WriteFile(folder.Path() + "/file", "");
-  try {
-    Log const log(3, folder.Path() + "/file/x");
-    FAIL() << "nothing was thrown";
-  } catch (unsigned int) {
-  }
+  EXPECT_NE(ThrownCode([&] { Log const log(3, folder.Path() + "/file/x"); }), 0u);
   ASSERT_NE(CULog::GetInstance(), nullptr);
   CULog::Write(1, "lost");
   fs::remove(folder.Path() + "/file");

@@ -37,32 +37,19 @@ FSRef RefTo(std::string const& path) {
   return ref;
 }
 
-OSErr Delete(std::string const& path) {
-  FSRef const ref = RefTo(path);
-  return FSDeleteObject(&ref);
-}
-
 OSErr Rename(std::string const& path, std::u16string const& name, FSRef* renamed = nullptr) {
   FSRef const ref = RefTo(path);
   std::vector<UniChar> const units(name.begin(), name.end());
   return FSRenameUnicode(&ref, units.size(), units.data(), 0xFFFF, renamed);
 }
 
-OSErr CreateDirectory(FSRef const& parent, std::u16string const& name, FSRef* created = nullptr) {
-  std::vector<UniChar> const units(name.begin(), name.end());
-  return FSCreateDirectoryUnicode(&parent, units.size(), units.data(), kFSCatInfoNone, nullptr,
-                                  created, nullptr, nullptr);
-}
-
-// As on a kernel, or a file system, that does not know how to rename without replacing.
+// As on a kernel, or a file system, that cannot rename without replacing.
 bool DenyRenameat2(unsigned error) {
-  sock_filter program[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  sock_fprog const filter = {sizeof program / sizeof *program, program};
+  sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  sock_fprog const filter = {4, program};
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
@@ -76,28 +63,26 @@ std::map<std::u16string, UInt16> List(FSRef const& ref, ItemCount atOnce, OSErr*
   std::vector<HFSUniStr255> names(atOnce);
   while (*end == noErr) {
     ItemCount count = 99;
-    Boolean changed = true;
-    *end = FSGetCatalogInfoBulk(iterator, atOnce, &count, &changed, kFSCatInfoNodeFlags,
+    *end = FSGetCatalogInfoBulk(iterator, atOnce, &count, nullptr, kFSCatInfoNodeFlags,
                                 infos.data(), nullptr, nullptr, names.data());
-    EXPECT_TRUE(!changed && count <= atOnce && (count == atOnce || *end != noErr));
+    EXPECT_TRUE(count == atOnce || (count < atOnce && *end != noErr));
     for (ItemCount i = 0; i < count; ++i) {
       std::u16string const name(names[i].unicode, names[i].unicode + names[i].length);
       EXPECT_TRUE(entries.emplace(name, infos[i].nodeFlags).second);
     }
   }
-  if (iterator != nullptr) FSCloseIterator(iterator);
+  FSCloseIterator(iterator);
   return entries;
 }
 
 class Catalog : public testing::Test {
  protected:
-  // A file, an empty and a full directory, and links to these and to nothing.
   void Fill() const {
     WriteFile(At("file"), "content");
     fs::create_directories(At("full/inner"));
     fs::create_directory(At("dir"));
-    for (char const* const name : {"file", "dir", "nothing"}) {
-      fs::create_symlink(name, At("to-"s + name));
+    for (std::string const name : {"file", "dir", "none"}) {
+      fs::create_symlink(name, At("to-" + name));
     }
   }
   std::string At(std::string const& name) const { return root + "/" + name; }
@@ -108,133 +93,85 @@ class Catalog : public testing::Test {
 
 }  // namespace
 
-TEST_F(Catalog, RefersToALinkItselfWhereAsked) {
+TEST_F(Catalog, RefersToALinkItselfAndDeletesNoMore) {
   Fill();
-  // What each leads to and whether as a directory, or the status that it fails with.
-  std::pair<std::string, std::string> const cases[] = {
-      {At("file"), At("file 0")},
-      {At("dir//"), At("dir 1")},
-      {At("to-file"), At("to-file 0")},
-      {At("to-dir"), At("to-dir 0")},
-      {At("to-dir//"), At("to-dir 0")},
-      {At("to-nothing"), At("to-nothing 0")},
-      {At("to-dir/."), At("dir 1")},
-      {At("to-dir/.."), root + " 1"},
-      {At("to-dir/../file"), At("to-dir/../file 0")},
-      {At("to-file/"), "-120"},
-      {At("to-nothing/"), "-120"},
-      {At("nothing"), "-43"},
-      {"", "-43"}};
-  for (auto const& [path, expected] : cases) {
+  // What each path leads to and whether as a directory, and what deleting that gives.
+  struct {
+    std::string path, reference;
+    int deleted;
+  } const cases[] = {{At("to-dir/../file"), At("to-dir/../file 0"), noErr},
+                     {At("to-file/"), "-120", 0},
+                     {At("to-none/"), "-120", 0},
+                     {At("none"), "-43", 0},
+                     {At("full//"), At("full 1"), fBsyErr},
+                     {At("to-file"), At("to-file 0"), noErr},
+                     {At("to-none"), At("to-none 0"), noErr},
+                     {At("to-dir/.."), root + " 1", fBsyErr},
+                     {At("to-dir//"), At("to-dir 0"), noErr},
+                     {At("full/inner/."), At("full/inner 1"), noErr},
+                     {"/proc", "/proc 1", fBsyErr}};
+  for (auto const& [path, reference, deleted] : cases) {
     FSRef ref;
     Boolean isDirectory = 7;
     OSStatus const status =
         FSPathMakeRefWithOptions(reinterpret_cast<UInt8 const*>(path.c_str()),
                                  kFSPathMakeRefDoNotFollowLeafSymlink, &ref, &isDirectory);
     EXPECT_EQ(status == noErr ? ref.path + " "s + to_string(isDirectory) : to_string(status),
-              expected)
-        << path;
+              reference);
+    if (status != noErr) continue;
+    EXPECT_EQ(FSDeleteObject(&ref), deleted) << path;
+    EXPECT_EQ(fs::exists(fs::symlink_status(ref.path)), deleted != noErr) << path;
   }
-  FSRef ref;
-  EXPECT_EQ(FSPathMakeRefWithOptions(reinterpret_cast<UInt8 const*>("/"), 2, &ref, nullptr),
-            paramErr);
-}
-
-TEST_F(Catalog, DeletesTheEntryAndNothingBehindIt) {
-  Fill();
-  EXPECT_EQ(Delete(At("full")), fBsyErr);
-  for (char const* const name : {"to-dir/", "to-file", "to-nothing", "full/inner", "full"}) {
-    EXPECT_EQ(Delete(At(name)), noErr) << name;
-    EXPECT_FALSE(fs::exists(fs::symlink_status(At(name)))) << name;
-  }
-  EXPECT_TRUE(fs::exists(At("file")) && fs::exists(At("dir")));
-  FSRef const stale = RefTo(At("file"));
-  EXPECT_EQ(FSDeleteObject(&stale), noErr);
-  EXPECT_EQ(FSDeleteObject(&stale), fnfErr);
-  EXPECT_EQ(Delete("/proc"), fBsyErr);
-  EXPECT_EQ(FSDeleteObject(nullptr), paramErr);
+  EXPECT_TRUE(fs::exists(At("dir")) && fs::exists(At("full")));
 }
 
 TEST_F(Catalog, NeverReplacesByRenaming) {
   auto const work = [this](unsigned denied) {
     std::string faults;
-    auto const expect = [&faults](auto const& actual, auto const& expected, std::string const& of) {
-      if (actual != expected) faults += of + " ";
+    auto const expect = [&](auto const& actual, auto const& expected, std::string const& of) {
+      if (actual != expected) faults += of + ", ";
     };
     Fill();
     if (denied != 0 && !DenyRenameat2(denied)) return "no filter"s;
-    for (std::string const from : {"file", "dir", "to-dir", "to-nothing"}) {
-      for (std::u16string const& to : {u"file"s, u"dir"s, u"full"s, u"to-file"s, u"to-nothing"s}) {
+    for (std::string const from : {"file", "dir", "to-dir", "to-none"}) {
+      for (std::u16string const& to : {u"file"s, u"dir"s, u"full"s, u"to-file"s, u"to-none"s}) {
         bool const isOwn = std::string(to.begin(), to.end()) == from;
         expect(Rename(At(from), to), isOwn ? noErr : dupFNErr, from + " to another");
       }
     }
     FSRef renamed = {};
-    for (std::string const from : {"file", "full", "to-dir", "to-nothing"}) {
+    for (std::string const from : {"file", "full", "to-dir", "to-none"}) {
       expect(Rename(At(from), u"\xE4/new", &renamed), noErr, from);
       expect(renamed.path, At("\xC3\xA4:new"), from + "'s reference");
       expect(Rename(renamed.path, std::u16string(from.begin(), from.end())), noErr, from + " back");
     }
-    for (std::u16string const& bad :
-         {u""s, u"a:b"s, u".."s, u"\xD800"s, std::u16string(256, 'n')}) {
+    for (auto const& bad : {u""s, u"a:b"s, u".."s, u"\xD800"s, std::u16string(256, u'n')}) {
       expect(Rename(At("file"), bad), bdNamErr, "bad name " + to_string(bad.size()));
     }
     expect(ReadFile(At("to-file")), "content"s, "content");
-    expect(fs::read_symlink(At("to-nothing")), "nothing", "link");
-    FSRef const stale = RefTo(At("dir"));
+    // A name that was taken first must be free again where the renaming is refused after all.
+    bool const mounts =
+        OwnMountTable() && MountMemory(At("dir")) && MountBind(At("file"), At("file"));
+    if (mounts) {
+      expect(Rename(At("dir"), u"new"), fBsyErr, "mounted directory");
+      expect(Rename(At("file"), u"new"), fBsyErr, "mounted file");
+    }
+    FSRef const stale = RefTo(At("to-none"));
     fs::remove(stale.path);
     UniChar const name[] = {'x'};
     expect(FSRenameUnicode(&stale, 1, name, 0xFFFF, nullptr), fnfErr, "stale");
-    auto const left = std::distance(fs::directory_iterator(root), {});
+    return faults + to_string(std::distance(fs::directory_iterator(root), {})) +
+           (mounts ? " left" : " left, no mounts");
+  };
+  bool mounts = true;
+  for (unsigned const denied : {0u, unsigned{EINVAL}, unsigned{ENOSYS}}) {
+    std::string const told = InChild([&] { return work(denied); });
+    EXPECT_EQ(told.substr(0, 6), "5 left") << told << denied;
+    mounts = mounts && told.size() == 6;
     fs::remove_all(root);
     fs::create_directory(root);
-    return faults + to_string(left);
-  };
-  EXPECT_EQ(work(0), "5");
-  for (unsigned const denied : {unsigned{EINVAL}, unsigned{ENOSYS}}) {
-    EXPECT_EQ(InChild([&] { return work(denied); }), "5") << denied;
   }
-}
-
-// The reservation of a name must not stay behind where the renaming is refused after all.
-TEST_F(Catalog, LeavesNoReservationBehind) {
-  fs::create_directory(At("mounted"));
-  WriteFile(At("file"), "");
-  std::string const text = InChild([&] {
-    if (!OwnMountTable() || !MountMemory(At("mounted")) || !MountBind(At("file"), At("file"))) {
-      return "no mount"s;
-    }
-    if (!DenyRenameat2(EINVAL)) return "no filter"s;
-    std::string statuses;
-    for (char const* const name : {"mounted", "file"}) {
-      statuses += to_string(Rename(At(name), u"new")) + " ";
-    }
-    return statuses + to_string(fs::exists(At("new")));
-  });
-  if (text == "no mount") GTEST_SKIP() << "this user may not mount";
-  EXPECT_EQ(text, "-47 -47 0");
-}
-
-TEST_F(Catalog, CreatesDirectories) {
-  Fill();
-  FSRef parent = RefTo(root);
-  mode_t const mask = umask(027);
-  FSRef created = {};
-  EXPECT_EQ(CreateDirectory(parent, u"12/30 \xE4", &created), noErr);
-  umask(mask);
-  EXPECT_EQ(created.path, At("12:30 \xC3\xA4"));
-  struct stat facts = {};
-  EXPECT_EQ(lstat(created.path, &facts), 0);
-  EXPECT_EQ(facts.st_mode, mode_t{S_IFDIR | 0750});
-  for (char16_t const* const name : {u"file", u"dir", u"to-nothing"}) {
-    EXPECT_EQ(CreateDirectory(parent, name), dupFNErr);
-  }
-  for (std::u16string const& name : {u""s, u".."s, u"a:b"s, std::u16string(256, u'n')}) {
-    EXPECT_EQ(CreateDirectory(parent, name), bdNamErr);
-  }
-  EXPECT_EQ(CreateDirectory(RefTo(At("file")), u"x"), dirNFErr);
-  fs::remove(created.path);
-  EXPECT_EQ(CreateDirectory(created, u"x"), fnfErr);
+  if (!mounts) GTEST_SKIP() << "no entry is mounted on, as this user may not mount";
 }
 
 TEST_F(Catalog, TellsSizesKindsDatesAndVolumes) {
@@ -242,11 +179,11 @@ TEST_F(Catalog, TellsSizesKindsDatesAndVolumes) {
   // 2020-01-01T00:00:00.5Z.
   timespec const times[] = {{0, UTIME_OMIT}, {1577836800, 500000000}};
   ASSERT_EQ(utimensat(AT_FDCWD, At("file").c_str(), times, 0), 0);
-  WriteFile(At("full/sparse"), "x");
-  ASSERT_EQ(truncate(At("full/sparse").c_str(), SInt64{5} << 30), 0);
-  constexpr FSCatalogInfoBitmap kAll = kFSCatInfoNodeFlags | kFSCatInfoVolume |
-                                       kFSCatInfoCreateDate | kFSCatInfoContentMod |
-                                       kFSCatInfoDataSizes;
+  WriteFile(At("sparse"), "x");
+  fs::resize_file(At("sparse"), UInt64{5} << 30);
+  constexpr FSCatalogInfoBitmap kAllInfo = kFSCatInfoNodeFlags | kFSCatInfoVolume |
+                                           kFSCatInfoCreateDate | kFSCatInfoContentMod |
+                                           kFSCatInfoDataSizes;
   auto const infoOf = [](std::string const& path, FSCatalogInfoBitmap which) {
     FSCatalogInfo info;
     std::memset(static_cast<void*>(&info), 7, sizeof info);
@@ -254,21 +191,21 @@ TEST_F(Catalog, TellsSizesKindsDatesAndVolumes) {
     EXPECT_EQ(FSGetCatalogInfo(&ref, which, &info, nullptr, nullptr, nullptr), noErr) << path;
     return info;
   };
-  FSCatalogInfo const file = infoOf(At("file"), kAll);
+  FSCatalogInfo const file = infoOf(At("file"), kAllInfo);
   EXPECT_EQ(file.nodeFlags, 0);
   EXPECT_EQ(file.dataLogicalSize, 7u);
-  EXPECT_EQ((UInt64{file.contentModDate.highSeconds} << 32) + file.contentModDate.lowSeconds,
-            1577836800u + UInt64{2082844800});
-  EXPECT_EQ(file.contentModDate.fraction, 0x8000);
+  UTCDateTime const modified = file.contentModDate;
+  EXPECT_EQ((UInt64{modified.highSeconds} << 32) + modified.lowSeconds, 3660681600u);
+  EXPECT_EQ(modified.fraction, 0x8000);
   struct statx facts = {};
   statx(AT_FDCWD, At("file").c_str(), 0, STATX_BTIME, &facts);
   EXPECT_EQ(file.createDate.lowSeconds, static_cast<UInt32>(facts.stx_btime.tv_sec + 2082844800));
-  FSCatalogInfo const sparse = infoOf(At("full/sparse"), kFSCatInfoDataSizes);
+  FSCatalogInfo const sparse = infoOf(At("sparse"), kFSCatInfoDataSizes);
   EXPECT_EQ(sparse.dataLogicalSize, UInt64{5} << 30);
   EXPECT_LT(sparse.dataPhysicalSize, UInt64{1} << 20);
   EXPECT_EQ(sparse.volume, 0x0707);
-  EXPECT_EQ(infoOf(At("dir"), kAll).nodeFlags, kFSNodeIsDirectoryMask);
-  FSCatalogInfo const link = infoOf(At("to-dir"), kAll);
+  EXPECT_EQ(infoOf(At("dir"), kFSCatInfoNodeFlags).nodeFlags, kFSNodeIsDirectoryMask);
+  FSCatalogInfo const link = infoOf(At("to-dir"), kAllInfo);
   EXPECT_EQ(link.nodeFlags, 0);
   EXPECT_EQ(link.dataLogicalSize, 0u);
   EXPECT_EQ(link.volume, file.volume);
@@ -276,40 +213,37 @@ TEST_F(Catalog, TellsSizesKindsDatesAndVolumes) {
   EXPECT_NE(kernel.volume, file.volume);
   EXPECT_EQ(kernel.createDate.highSeconds + kernel.createDate.lowSeconds, 0u);
 
-  FSRef const stale = RefTo(At("file"));
+  FSRef const stale = RefTo(At("sparse"));
   fs::remove(stale.path);
-  FSCatalogInfo info;
-  FSRef other;
-  EXPECT_EQ(FSGetCatalogInfo(&stale, 0, &info, nullptr, nullptr, nullptr), fnfErr);
-  EXPECT_EQ(FSGetCatalogInfo(&stale, 1, &info, nullptr, nullptr, nullptr), paramErr);
+  EXPECT_EQ(FSGetCatalogInfo(&stale, 0, nullptr, nullptr, nullptr, nullptr), fnfErr);
   EXPECT_EQ(FSGetCatalogInfo(&stale, 2, nullptr, nullptr, nullptr, nullptr), paramErr);
-  EXPECT_EQ(FSGetCatalogInfo(&stale, 2, &info, nullptr, nullptr, &other), paramErr);
 }
 
 TEST_F(Catalog, ListsEveryEntryOnceWithItsKind) {
   Fill();
   std::map<std::u16string, UInt16> expected = {
-      {u"file", 0},   {u"full", 16},      {u"dir", 16}, {u"to-file", 0},
-      {u"to-dir", 0}, {u"to-nothing", 0}, {u"a/b", 0},  {u"\xFEFF\xD83C\xDFAC\xFFFE", 0},
+      {u"file", 0},   {u"full", 16},   {u"dir", 16}, {u"to-file", 0},
+      {u"to-dir", 0}, {u"to-none", 0}, {u"a/b", 0},  {u"\xFEFF\xD83C\xDFAC\xFFFE", 0},
       {u"...", 0}};
   for (char const* const name : {"a:b", "\xEF\xBB\xBF\xF0\x9F\x8E\xAC\xEF\xBF\xBE", "...", "\xFF",
                                  "x\xED\xA0\x80", "\xC0\xAF", "\xC3"}) {
     WriteFile(At(name), "");
   }
   // More than the buffer holds at once.
-  for (int i = 0; i < 400; ++i) {
-    std::string const name = to_string(i) + std::string(255 - to_string(i).size(), 'n');
+  for (int i = 1000; i < 1400; ++i) {
+    std::string const name = to_string(i) + std::string(251, 'n');
     ASSERT_EQ(mkfifo(At(name).c_str(), 0600), 0);
     expected[std::u16string(name.begin(), name.end())] = 0;
   }
   long const before = OpenDescriptors();
   OSErr end = noErr;
   for (ItemCount const atOnce : {1ul, 7ul, 1000ul}) {
-    EXPECT_EQ(List(RefTo(root), atOnce, &end), expected) << atOnce;
-    EXPECT_EQ(end, errFSNoMoreItems);
     // Some file systems do not tell kinds.
-    DirectoryReads const altered(DirectoryReads::WithoutKinds);
-    EXPECT_EQ(List(RefTo(root), atOnce, &end), expected) << atOnce;
+    for (auto const alteration : {DirectoryReads::None, DirectoryReads::WithoutKinds}) {
+      DirectoryReads const altered(alteration);
+      EXPECT_EQ(List(RefTo(root), atOnce, &end), expected) << atOnce;
+      EXPECT_EQ(end, errFSNoMoreItems);
+    }
   }
   {
     DirectoryReads const altered(DirectoryReads::FailingAtSecond);
@@ -317,34 +251,19 @@ TEST_F(Catalog, ListsEveryEntryOnceWithItsKind) {
     EXPECT_TRUE(some > 50 && some < expected.size()) << some;
     EXPECT_EQ(end, ioErr);
   }
-  EXPECT_EQ(OpenDescriptors(), before);
-}
-
-TEST_F(Catalog, RefusesToIterateWhatItCannot) {
-  Fill();
-  OSErr end = noErr;
-  for (char const* const name : {"file", "to-dir"}) List(RefTo(At(name)), 1, &end);
+  List(RefTo(At("to-dir")), 1, &end);
   EXPECT_EQ(end, dirNFErr);
+
+  // The directory goes while it is read.
   FSRef const dir = RefTo(At("dir"));
   FSIterator iterator = nullptr;
-  EXPECT_EQ(FSOpenIterator(&dir, 1, &iterator), paramErr);
   ASSERT_EQ(FSOpenIterator(&dir, kFSIterateFlat, &iterator), noErr);
+  fs::remove(dir.path);
   ItemCount count = 9;
-  HFSUniStr255 name;
-  EXPECT_EQ(FSGetCatalogInfoBulk(iterator, 0, &count, nullptr, 0, nullptr, nullptr, nullptr, &name),
-            paramErr);
+  EXPECT_EQ(
+      FSGetCatalogInfoBulk(iterator, 1, &count, nullptr, 0, nullptr, nullptr, nullptr, nullptr),
+      errFSNoMoreItems);
   EXPECT_EQ(count, 0u);
-  EXPECT_EQ(FSGetCatalogInfoBulk(iterator, 1, &count, nullptr, 4, nullptr, nullptr, nullptr, &name),
-            paramErr);
-  // The directory goes while it is read.
-  fs::remove(At("dir"));
-  for (int again = 0; again < 2; ++again) {
-    EXPECT_EQ(
-        FSGetCatalogInfoBulk(iterator, 1, &count, nullptr, 0, nullptr, nullptr, nullptr, &name),
-        errFSNoMoreItems);
-  }
   EXPECT_EQ(FSCloseIterator(iterator), noErr);
-  List(dir, 1, &end);
-  EXPECT_EQ(end, fnfErr);
-  EXPECT_EQ(FSCloseIterator(nullptr), paramErr);
+  EXPECT_EQ(OpenDescriptors(), before);
 }

@@ -1,7 +1,6 @@
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -11,11 +10,13 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "QuillmereLib/core/CFHolder.h"
 #include "tests/support/InChild.h"
+#include "tests/support/Mounts.h"
+#include "tests/support/Strings.h"
+#include "tests/support/Threads.h"
 #include "tests/support/TimeZoneVariable.h"
 
 namespace {
@@ -50,16 +51,6 @@ CFGregorianDate FieldsAt(time_t utc, CFTimeZoneRef zone) {
 
 time_t MomentOf(CFGregorianDate const& fields, CFTimeZoneRef zone) {
   return static_cast<time_t>(CFGregorianDateGetAbsoluteTime(fields, zone)) + kEpoch;
-}
-
-std::string Utf8(CFStringRef string) {
-  if (string == nullptr) return "<null>";
-  std::string text(static_cast<std::size_t>(CFStringGetLength(string)) * 3, '\0');
-  CFIndex used = 0;
-  CFStringGetBytes(string, CFRangeMake(0, CFStringGetLength(string)), kCFStringEncodingUTF8, 0,
-                   false, reinterpret_cast<UInt8*>(text.data()), static_cast<CFIndex>(text.size()),
-                   &used);
-  return text.substr(0, static_cast<std::size_t>(used));
 }
 
 // By a pattern, in a zone.
@@ -110,23 +101,19 @@ TEST(Dates, InGreenwichAgreeWithTheSystem) {
 }
 
 TEST(Dates, FieldsOutOfRangeCarry) {
-  struct Case {
-    CFGregorianDate fields;
-    char const* expected;
-  };
-  for (Case const& item : {
-           Case{{2001, 1, 0, 0, 0, 0}, "2000-12-31 00:00:0"},
-           Case{{2001, 1, 1, 25, 0, 0}, "2001-01-02 01:00:0"},
-           Case{{2001, 1, 1, -56, 0, 0}, "2000-12-29 16:00:0"},
-           Case{{2001, 44, 1, 0, 0, 0}, "2004-08-01 00:00:0"},
-           Case{{2001, 0, 1, 0, 0, 0}, "2000-12-01 00:00:0"},
-           Case{{2001, -128, 1, 0, 0, 0}, "1990-04-01 00:00:0"},
-           Case{{2001, 2, 29, 0, -1, 3600.5}, "2001-03-01 00:59:0.5"},
-           Case{{0, 3, 0, 0, 0, 0}, "0-02-29 00:00:0"},
-           Case{{-1, 127, 127, 127, 127, 127}, "9-11-09 09:09:7"},
-       }) {
-    double const at = CFGregorianDateGetAbsoluteTime(item.fields, nullptr);
-    EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(at, nullptr)), item.expected);
+  std::pair<CFGregorianDate, char const*> const cases[] = {
+      {{2001, 1, 0, 0, 0, 0}, "2000-12-31 00:00:0"},
+      {{2001, 1, 1, 25, 0, 0}, "2001-01-02 01:00:0"},
+      {{2001, 1, 1, -56, 0, 0}, "2000-12-29 16:00:0"},
+      {{2001, 44, 1, 0, 0, 0}, "2004-08-01 00:00:0"},
+      {{2001, 0, 1, 0, 0, 0}, "2000-12-01 00:00:0"},
+      {{2001, -128, 1, 0, 0, 0}, "1990-04-01 00:00:0"},
+      {{2001, 2, 29, 0, -1, 3600.5}, "2001-03-01 00:59:0.5"},
+      {{0, 3, 0, 0, 0, 0}, "0-02-29 00:00:0"},
+      {{-1, 127, 127, 127, 127, 127}, "9-11-09 09:09:7"}};
+  for (auto const& [fields, expected] : cases) {
+    double const at = CFGregorianDateGetAbsoluteTime(fields, nullptr);
+    EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(at, nullptr)), expected);
   }
 }
 
@@ -166,22 +153,34 @@ TEST(Dates, CompareInOneOrder) {
   }
 }
 
+TEST(UTCUtils, GiveTheMomentOfADate) {
+  std::pair<UTCDateTime, double> const cases[] = {
+      {{0, 0, 0}, -3061152000.0},
+      {{0, 2082844800u, 0}, -978307200.0},  // the start of 1970
+      {{0, 3061152000u, 0x8000}, 0.5},
+      {{1, 0, 0}, 1233815296.0},  // 2040-02-06 06:28:16
+      {{0xFFFF, 0xFFFFFFFFu, 0}, 281474976710655.0 - 3061152000.0}};
+  for (auto const& [date, at] : cases) {
+    CFAbsoluteTime moment = 1;
+    EXPECT_EQ(UCConvertUTCDateTimeToCFAbsoluteTime(&date, &moment), noErr);
+    EXPECT_EQ(moment, at);
+  }
+  CFAbsoluteTime moment = 1;
+  EXPECT_EQ(UCConvertUTCDateTimeToCFAbsoluteTime(nullptr, &moment), paramErr);
+  EXPECT_EQ(UCConvertUTCDateTimeToCFAbsoluteTime(&cases[0].first, nullptr), paramErr);
+  EXPECT_EQ(moment, 1);
+}
+
 TEST(TimeZones, AgreeWithTheSystem) {
   // The C library takes rules in TZ for those of 1970 before that year.
-  struct Case {
-    char const* name;
-    time_t first;
-  };
-  for (Case const& item : {Case{"America/New_York", kYear1}, Case{"Europe/Berlin", kYear1},
-                           Case{"Asia/Kolkata", kYear1}, Case{"Pacific/Apia", kYear1},
-                           Case{"Africa/Casablanca", kYear1}, Case{"Australia/Lord_Howe", kYear1},
-                           Case{":Asia/Tokyo", kYear1}, Case{"", kYear1}, Case{"No/Such", kYear1},
-                           Case{"<+0330>-3:30", kYear1}, Case{"EST5EDT,M3.2.0,M11.1.0", kYear1971},
-                           Case{"NZST-12NZDT,M9.5.0,M4.1.0/3", kYear1971}}) {
-    SCOPED_TRACE(item.name);
-    TimeZoneVariable const variable(item.name);
-    Zone const zone(CFTimeZoneCopySystem());
-    ExpectTheSystemsFields(zone.Get(), item.first, 4000);
+  for (std::string const name :
+       {"America/New_York", "Europe/Berlin", "Asia/Kolkata", "Pacific/Apia", "Africa/Casablanca",
+        "Australia/Lord_Howe", ":Asia/Tokyo", "", "No/Such", "<+0330>-3:30",
+        "EST5EDT,M3.2.0,M11.1.0", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
+    SCOPED_TRACE(name);
+    TimeZoneVariable const variable(name.c_str());
+    bool const isRule = name.find(',') != std::string::npos;
+    ExpectTheSystemsFields(Zone(CFTimeZoneCopySystem()).Get(), isRule ? kYear1971 : kYear1, 4000);
   }
 }
 
@@ -216,18 +215,18 @@ TEST(TimeZones, ReadFieldsAtChanges) {
 }
 
 TEST(TimeZones, OfFixedOffsetReachEighteenHours) {
-  struct Case {
-    double interval;
-    char const* expected;
-  };
-  for (Case const& item : {Case{0, "2001-01-01 00:00:0"}, Case{-0.9, "2001-01-01 00:00:0"},
-                           Case{-16200.5, "2000-12-31 19:30:0"}, Case{64800, "2001-01-01 18:00:0"},
-                           Case{-64800, "2000-12-31 06:00:0"}, Case{64801, ""}, Case{-64801, ""},
-                           Case{kNaN, ""}, Case{-kInfinity, ""}, Case{1e300, ""}}) {
-    Zone const zone(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, item.interval));
-    EXPECT_EQ(zone ? Show(CFAbsoluteTimeGetGregorianDate(0, zone.Get())) : "", item.expected);
-    if (!zone) continue;
+  std::pair<double, char const*> const cases[] = {{0, "2001-01-01 00:00:0"},
+                                                  {-0.9, "2001-01-01 00:00:0"},
+                                                  {64800, "2001-01-01 18:00:0"},
+                                                  {-16200.5, "2000-12-31 19:30:0"},
+                                                  {-64800, "2000-12-31 06:00:0"}};
+  for (auto const& [interval, expected] : cases) {
+    Zone const zone(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, interval));
+    EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(0, zone.Get())), expected);
     EXPECT_EQ(MomentOf(FieldsAt(kEpoch, zone.Get()), zone.Get()), kEpoch);
+  }
+  for (double const interval : {64801.0, -64801.0, kNaN, 1e300, -kInfinity}) {
+    EXPECT_EQ(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, interval), nullptr) << interval;
   }
 }
 
@@ -244,30 +243,21 @@ TEST(TimeZones, FollowTheVariable) {
 }
 
 TEST(TimeZones, FollowTheFile) {
-  if (InChild([] { return unshare(CLONE_NEWNS) == 0 ? "yes" : "no"; }) != "yes") {
-    GTEST_SKIP() << "no mount namespace of its own for this process";
-  }
-  EXPECT_EQ(InChild([] {
-              TimeZoneVariable::Set(nullptr);
-              if (unshare(CLONE_NEWNS) != 0 ||
-                  mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-                  mount("none", "/etc", "tmpfs", 0, nullptr) != 0) {
-                return std::string("no tmpfs over /etc");
-              }
-              std::string hours;
-              for (char const* const name : {"Asia/Tokyo", "Asia/Dubai", ""}) {
-                unlink("/etc/localtime");
-                if (*name != '\0') {
-                  std::string const target = std::string("/usr/share/zoneinfo/") + name;
-                  if (symlink(target.c_str(), "/etc/localtime") != 0) return std::string("no link");
-                }
-                usleep(1100000);
-                hours +=
-                    std::to_string(FieldsAt(kEpoch, Zone(CFTimeZoneCopySystem()).Get()).hour) + ' ';
-              }
-              return hours;
-            }),
-            "9 4 0 ");
+  std::string const hours = InChild([] {
+    TimeZoneVariable::Set(nullptr);
+    if (!OwnMountTable() || !MountMemory("/etc")) return std::string("no mount");
+    std::string told;
+    for (std::string const name : {"Asia/Tokyo", "Asia/Dubai", ""}) {
+      unlink("/etc/localtime");
+      std::string const target = "/usr/share/zoneinfo/" + name;
+      if (!name.empty() && symlink(target.c_str(), "/etc/localtime") != 0) return target;
+      usleep(1100000);
+      told += std::to_string(FieldsAt(kEpoch, Zone(CFTimeZoneCopySystem()).Get()).hour) + ' ';
+    }
+    return told;
+  });
+  if (hours == "no mount") GTEST_SKIP() << "this user may not mount";
+  EXPECT_EQ(hours, "9 4 0 ");
 }
 
 // The pattern that is written without ICU reads as by ICU, which the blank at its end asks for.
@@ -297,10 +287,7 @@ TEST(DateFormatters, GiveNoTextWhereThereIsNone) {
   EXPECT_EQ(Format(CFSTR("yyyy 'x"), zone.Get(), 0), "2001 x");
   EXPECT_EQ(Format(CFSTR(""), zone.Get(), 0), "");
   std::string const words(300, 'w');
-  Text const longPattern(
-      CFStringCreateWithBytes(nullptr, reinterpret_cast<UInt8 const*>(("'" + words + "'").data()),
-                              302, kCFStringEncodingASCII, false));
-  EXPECT_EQ(Format(longPattern.Get(), zone.Get(), 0), words);
+  EXPECT_EQ(Format(*Make("'" + words + "'"), zone.Get(), 0), words);
   for (CFIndex const style : {-1, 5}) {
     auto const unknown = static_cast<CFDateFormatterStyle>(style);
     EXPECT_EQ(CFDateFormatterCreate(nullptr, nullptr, unknown, kCFDateFormatterNoStyle), nullptr);
@@ -312,26 +299,19 @@ TEST(DateFormatters, GiveNoTextWhereThereIsNone) {
 TEST(DateFormatters, AndZonesServeManyThreads) {
   TimeZoneVariable const variable("America/New_York");
   std::atomic<int> faults{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&faults, t] {
-      for (int i = 0; i < 400; ++i) {
-        Zone const zone(CFTimeZoneCopySystem());
-        double const at = (t * 7 + i) * 86400.0 * 11;
-        std::string const digits = std::to_string(i % 24);
-        std::string const pattern = "HH '" + digits + "'";
-        Text const format(CFStringCreateWithBytes(
-            nullptr, reinterpret_cast<UInt8 const*>(pattern.data()),
-            static_cast<CFIndex>(pattern.size()), kCFStringEncodingASCII, false));
-        time_t const utc = static_cast<time_t>(at) + kEpoch;
-        tm expected = {};
-        localtime_r(&utc, &expected);
-        char hour[8];
-        std::snprintf(hour, sizeof hour, "%02d ", expected.tm_hour);
-        if (Format(format.Get(), zone.Get(), at) != hour + digits) ++faults;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  OnThreads(4, [&faults](int thread) {
+    for (int i = 0; i < 400; ++i) {
+      Zone const zone(CFTimeZoneCopySystem());
+      double const at = (thread * 7 + i) * 86400.0 * 11;
+      std::string const digits = std::to_string(i % 24);
+      auto const pattern = Make("HH '" + digits + "'");
+      time_t const utc = static_cast<time_t>(at) + kEpoch;
+      tm expected = {};
+      localtime_r(&utc, &expected);
+      char hour[8];
+      std::snprintf(hour, sizeof hour, "%02d ", expected.tm_hour);
+      if (Format(*pattern, zone.Get(), at) != hour + digits) ++faults;
+    }
+  });
   EXPECT_EQ(faults, 0);
 }

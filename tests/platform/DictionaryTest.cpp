@@ -6,26 +6,13 @@
 
 #include "QuillmereLib/core/CFHolder.h"
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/Strings.h"
 
 namespace {
 
+using namespace std::string_literals;
 using Dictionary = CFHolder<CFMutableDictionaryRef>;
 using Text = CFHolder<CFStringRef>;
-
-CFStringRef MakeText(std::u16string const& units) {
-  return CFStringCreateWithCharacters(kCFAllocatorDefault,
-                                      reinterpret_cast<UniChar const*>(units.data()),
-                                      static_cast<CFIndex>(units.size()));
-}
-
-CFMutableDictionaryRef MakeDictionary() {
-  return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                   &kCFTypeDictionaryValueCallBacks);
-}
-
-std::u16string NumberedKey(int number) {
-  return std::u16string(number % 2 == 0 ? u"key" : u"k\u00E9y") + static_cast<char16_t>(number);
-}
 
 int g_alive = 0;
 void const* Count(CFAllocatorRef, void const* value) {
@@ -38,11 +25,14 @@ void Discount(CFAllocatorRef, void const*) { --g_alive; }
 
 // Every key is looked up by another object. Red when collation, width or address decides.
 TEST(Dictionary, FindsStringsByTheirUnits) {
-  Dictionary const dictionary(MakeDictionary());
+  Dictionary const dictionary(CFDictionaryCreateMutable(
+      kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
   std::vector<std::u16string> keys = {u"a", u"A", u"", u"\u00E9", u"e\u0301", u"\u6161", u"aa"};
-  for (int number = 0x100; number < 0x600; ++number) keys.push_back(NumberedKey(number));
+  for (char16_t number = 0x100; number < 0x600; ++number) {
+    keys.push_back((number % 2 == 0 ? u"key"s : u"k\u00E9y"s) + number);
+  }
   for (std::u16string const& key : keys) {
-    Text const text(MakeText(key));
+    Text const text(CreateString(key));
     CFDictionaryAddValue(dictionary.Get(), text.Get(), text.Get());
     CFDictionaryAddValue(dictionary.Get(), text.Get(), kCFBooleanTrue);
   }
@@ -53,11 +43,11 @@ TEST(Dictionary, FindsStringsByTheirUnits) {
   CFDictionaryGetKeysAndValues(dictionary.Get(), inOrder.data(), values.data());
   EXPECT_EQ(inOrder, values);
   for (std::size_t i = 0; i < keys.size(); ++i) {
-    Text const text(MakeText(keys[i]));
+    Text const text(CreateString(keys[i]));
     EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), text.Get()), inOrder[i]) << i;
   }
   for (auto const* missing : {u"b", u"\u00E8", u"aaa"}) {
-    Text const text(MakeText(missing));
+    Text const text(CreateString(missing));
     EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), text.Get()), nullptr);
   }
   EXPECT_EQ(CFDictionaryGetValue(dictionary.Get(), kCFBooleanTrue), nullptr);

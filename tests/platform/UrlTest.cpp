@@ -15,8 +15,7 @@ namespace {
 std::string Tell(CFURLRef url) {
   if (url == nullptr) return "<none>";
   CFStringRef const text = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
-  CUStringMac copy(text);
-  std::string result = Utf8(copy);
+  std::string result = Utf8(text);
   CFURLRef const directory =
       CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text, kCFURLPOSIXPathStyle, true);
   if (CFEqual(url, directory)) result += " directory";
@@ -89,36 +88,27 @@ TEST(Url, LeadsToTheEntryOfItsPath) {
     CFRelease(url);
   }
   // What can be converted of it exists.
-  UniChar units[4096];
-  CFIndex count = 0;
-  for (char const c : base) units[count++] = static_cast<UniChar>(c);
-  for (UniChar const unit : {UniChar{0xD800}, UniChar{0}}) {
-    units[count] = unit;
-    CFStringRef const text = CFStringCreateWithCharacters(kCFAllocatorDefault, units, count + 1);
+  std::u16string const whole(base.begin(), base.end());
+  for (char16_t const unit : {u'\xD800', u'\0'}) {
+    CFStringRef const text = CreateString(whole + unit);
     CFURLRef const url =
         CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text, kCFURLPOSIXPathStyle, false);
     FSRef ref;
-    EXPECT_FALSE(CFURLGetFSRef(url, &ref)) << unit;
+    EXPECT_FALSE(CFURLGetFSRef(url, &ref)) << static_cast<int>(unit);
     CFRelease(url);
     CFRelease(text);
   }
 }
 
 TEST(Url, AndStringsAreEqualByValue) {
-  CFURLRef const first = UrlOf("/a", true);
-  CFURLRef const same = UrlOf("/a/", true);
-  CFURLRef const file = UrlOf("/a", false);
-  CFURLRef const other = UrlOf("/A", true);
-  CUStringMac const text("/a", CUString_CharCode_UTF8);
-  CUStringMac const sameText("/a", CUString_CharCode_UTF8);
-  CUStringMac const otherText("/A", CUString_CharCode_UTF8);
-  CFStringRef const string = text;
-  CFStringRef const sameString = sameText;
-  CFStringRef const otherString = otherText;
-  EXPECT_TRUE(CFEqual(first, first) && CFEqual(first, same) && CFEqual(string, sameString));
-  EXPECT_FALSE(CFEqual(first, file));
-  EXPECT_FALSE(CFEqual(first, other));
+  CFURLRef const first = UrlOf("/a", true), same = UrlOf("/a/", true);
+  CFURLRef const file = UrlOf("/a", false), other = UrlOf("/A", true);
+  auto const text = Make("/a"), sameText = Make("/a"), otherText = Make("/A");
+  CFStringRef const string = *text;
+  EXPECT_TRUE(CFEqual(first, first) && CFEqual(first, same));
+  EXPECT_TRUE(CFEqual(string, static_cast<CFStringRef>(*sameText)));
+  EXPECT_FALSE(CFEqual(first, file) || CFEqual(first, other));
   EXPECT_FALSE(CFEqual(first, string) || CFEqual(string, first));
-  EXPECT_FALSE(CFEqual(string, otherString));
+  EXPECT_FALSE(CFEqual(string, static_cast<CFStringRef>(*otherText)));
   for (CFURLRef const url : {first, same, file, other}) CFRelease(url);
 }

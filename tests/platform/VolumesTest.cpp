@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/linux/VolumeNumbers.h"
@@ -15,6 +14,7 @@
 #include "tests/support/MountTableFile.h"
 #include "tests/support/Mounts.h"
 #include "tests/support/Strings.h"
+#include "tests/support/Threads.h"
 
 namespace {
 
@@ -48,9 +48,8 @@ std::string EnumeratedVolumes() {
       continue;
     }
     CFStringRef const path = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
-    CUStringMac text(path);
+    paths += " " + Utf8(path);
     CFRelease(path);
-    paths += " " + Utf8(text);
   }
   EXPECT_EQ(CFURLEnumeratorGetNextURL(volumes, &url, nullptr), kCFURLEnumeratorEnd);
   CFRelease(volumes);
@@ -59,10 +58,8 @@ std::string EnumeratedVolumes() {
 
 // The device of the volume mounted at the path, "none", or "no volume".
 std::string DiskAt(std::string const& path) {
-  CUStringMac const text(path.c_str(), CUString_CharCode_UTF8);
-  CFStringRef const string = text;
   CFURLRef const url =
-      CFURLCreateWithFileSystemPath(kCFAllocatorDefault, string, kCFURLPOSIXPathStyle, true);
+      CFURLCreateWithFileSystemPath(kCFAllocatorDefault, *Make(path), kCFURLPOSIXPathStyle, true);
   DASessionRef const session = DASessionCreate(kCFAllocatorDefault);
   DADiskRef const disk = DADiskCreateFromVolumePath(kCFAllocatorDefault, session, url);
   CFRelease(session);
@@ -105,21 +102,16 @@ TEST_F(Volumes, AreFoundAsThePathLeads) {
   std::filesystem::create_symlink("../..", base + "My Disk/in/up");
   WriteFile(base + "My Disk/file", "x");
 
-  struct {
-    std::string path, volume;
-  } const cases[] = {{"/", "/ at /"},
-                     {base + "My Disk2", "/ at /"},
-                     {base + "My Disk", "My Disk at " + base + "My Disk"},
-                     {base + "My Disk/file", "My Disk at " + base + "My Disk"},
-                     {base + "My Disk/in/deeper", "My Disk at " + base + "My Disk"},
-                     {base + "My Disk/in/deep", "deep at " + base + "My Disk/in/deep"},
-                     {base + "link", "/ at /"},
-                     {base + "link/deep", "deep at " + base + "My Disk/in/deep"},
-                     {base + "link/up", "My Disk at " + base + "My Disk"},
-                     {base + "link/up/My Disk2", "/ at /"},
-                     {base + "over/below", "over at " + base + "over"},
-                     {base + "missing", to_string(nsvErr)}};
-  for (auto const& [path, volume] : cases) EXPECT_EQ(VolumeOf(path), volume) << path;
+  std::pair<std::string, std::vector<std::string>> const cases[] = {
+      {"/ at /", {"/", base + "My Disk2", base + "link", base + "link/up/My Disk2"}},
+      {"My Disk at " + base + "My Disk",
+       {base + "My Disk", base + "My Disk/file", base + "My Disk/in/deeper", base + "link/up"}},
+      {"deep at " + base + "My Disk/in/deep", {base + "My Disk/in/deep", base + "link/deep"}},
+      {"over at " + base + "over", {base + "over/below"}},
+      {to_string(nsvErr), {base + "missing"}}};
+  for (auto const& [volume, paths] : cases) {
+    for (std::string const& path : paths) EXPECT_EQ(VolumeOf(path), volume) << path;
+  }
   EXPECT_EQ(EnumeratedVolumes(),
             " / " + base + "My Disk " + base + "My Disk/in/deep " + base + "over");
   EXPECT_EQ(DiskAt(base + "My Disk/in"), "no volume");
@@ -177,21 +169,24 @@ TEST_F(Volumes, WithoutANameOrUrlAreFailures) {
 }
 
 TEST_F(Volumes, RefuseWhatIsNotOffered) {
-  FSVolumeRefNum const volume = VolumeNumberOf("/");
-  FSVolumeRefNum actual = 0;
   FSVolumeInfo info;
   FSRef root;
-  auto const ask = [&](FSVolumeRefNum number, ItemCount index, FSVolumeRefNum* place,
-                       FSVolumeInfoBitmap which, FSVolumeInfo* sizes) {
-    return FSGetVolumeInfo(number, index, place, which, sizes, nullptr, &root);
-  };
-  EXPECT_EQ(ask(volume, 0, nullptr, kFSVolInfoSizes, &info), noErr);
-  EXPECT_EQ(ask(volume, 1, nullptr, kFSVolInfoSizes, &info), paramErr);
-  EXPECT_EQ(ask(volume, 0, &actual, kFSVolInfoSizes, &info), paramErr);
-  EXPECT_EQ(ask(volume, 0, nullptr, kFSVolInfoSizes, nullptr), paramErr);
-  EXPECT_EQ(ask(volume, 0, nullptr, 0x80, &info), paramErr);
-  for (FSVolumeRefNum const number : std::initializer_list<FSVolumeRefNum>{0, -1, 32767}) {
-    EXPECT_EQ(ask(number, 0, nullptr, kFSVolInfoNone, nullptr), nsvErr) << number;
+  struct {
+    FSVolumeRefNum number;
+    ItemCount index;
+    FSVolumeInfoBitmap which;
+    FSVolumeInfo* sizes;
+    OSErr status;
+  } const cases[] = {{VolumeNumberOf("/"), 0, kFSVolInfoSizes, &info, noErr},
+                     {VolumeNumberOf("/"), 1, kFSVolInfoSizes, &info, paramErr},
+                     {VolumeNumberOf("/"), 0, kFSVolInfoSizes, nullptr, paramErr},
+                     {VolumeNumberOf("/"), 0, 0x80, &info, paramErr},
+                     {0, 0, kFSVolInfoNone, nullptr, nsvErr},
+                     {-1, 0, kFSVolInfoNone, nullptr, nsvErr},
+                     {32767, 0, kFSVolInfoNone, nullptr, nsvErr}};
+  for (auto const& [number, index, which, sizes, status] : cases) {
+    EXPECT_EQ(FSGetVolumeInfo(number, index, nullptr, which, sizes, nullptr, &root), status)
+        << number << " " << index << " " << which;
   }
   EXPECT_EQ(CFURLEnumeratorCreateForMountedVolumes(kCFAllocatorDefault, 1, nullptr), nullptr);
 }
@@ -282,17 +277,13 @@ TEST_F(Volumes, AreNumberedByThreadsTogether) {
     table.Add(root, "9:" + to_string(t), places.back(), "/dev/none");
   }
   std::vector<std::vector<std::string>> told(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (std::string const& place : places) {
-        FSVolumeRefNum const number = VolumeNumberOf(place.c_str());
-        told[static_cast<std::size_t>(t)].push_back(to_string(number) + Tell(number) +
-                                                    EnumeratedVolumes() + DiskAt(place));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  OnThreads(kThreads, [&](int t) {
+    for (std::string const& place : places) {
+      FSVolumeRefNum const number = VolumeNumberOf(place.c_str());
+      told[static_cast<std::size_t>(t)].push_back(to_string(number) + Tell(number) +
+                                                  EnumeratedVolumes() + DiskAt(place));
+    }
+  });
   for (auto const& ofThread : told) EXPECT_EQ(ofThread, told[0]);
   for (int t = 0; t < kThreads; ++t) {
     std::string const name = "shared" + to_string(t);

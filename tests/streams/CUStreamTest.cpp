@@ -14,6 +14,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/LoggingLock.h"
 #include "tests/support/ShortStream.h"
+#include "tests/support/ThrownCode.h"
 
 namespace {
 
@@ -53,12 +54,8 @@ constexpr unsigned long long kHuge = 1ull << 62;
 // How a slice of `source` fails: "unsigned 5", "contents 1"; "" when it does not.
 std::string Failure(CUStream* source, _CURange range) {
   try {
-    try {
-      CUMemoryStream const stream(source, range);
-      return "";
-    } catch (unsigned int code) {
-      return "unsigned " + std::to_string(code);
-    }
+    unsigned int const code = ThrownCode([&] { CUMemoryStream const stream(source, range); });
+    return code == 0 ? "" : "unsigned " + std::to_string(code);
   } catch (_CUErrorContents code) {
     return "contents " + std::to_string(code);
   }
@@ -87,12 +84,7 @@ TEST(CUStream, RefusesEverythingAsUnsignedInt) {
       [&] { stream.SetPosition(0); },
       [&] { stream.WriteCFData(data.Get(), 0, CUStream_Seek_Origin_Begin); }};
   for (auto const& operation : operations) {
-    try {
-      operation();
-      ADD_FAILURE() << "operation " << &operation - operations;
-    } catch (unsigned int code) {
-      EXPECT_EQ(code, 5u) << "operation " << &operation - operations;
-    }
+    EXPECT_EQ(ThrownCode(operation), 5u) << "operation " << &operation - operations;
   }
   EXPECT_FALSE(stream.CanRead() || stream.CanWrite() || stream.CanSeek());
 }

@@ -37,11 +37,6 @@ std::string Components(CUStringMac& path) {
   return text;
 }
 
-Pointer FromUnits(std::u16string units) {
-  return new CUStringMac(reinterpret_cast<unsigned short*>(units.data()),
-                         static_cast<unsigned int>(units.size() * 2));
-}
-
 // Changes what the operations under test are made of, to see that they go through the class.
 class Overriding : public CUStringMac {
  public:
@@ -187,7 +182,7 @@ TEST(CUStringMacPath, UnicodeFileNames) {
                      {std::u16string(65538, u'a'), CUResult_Success, u"aa"}};
   for (Case const& test : cases) {
     HFSUniStr255 result = {4, {'k', 'e', 'p', 't'}};
-    EXPECT_EQ(CUStringMac::GetUnicodeFileName(FromUnits(test.name), &result), test.status);
+    EXPECT_EQ(CUStringMac::GetUnicodeFileName(Make(test.name), &result), test.status);
     EXPECT_EQ(std::u16string(result.unicode, result.unicode + result.length), test.expected);
   }
   HFSUniStr255 result = {1, {'k'}};

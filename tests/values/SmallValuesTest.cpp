@@ -11,6 +11,7 @@
 #include "QuillmereLib/values/CUPerformanceCounter.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Strings.h"
+#include "tests/support/Threads.h"
 
 namespace {
 
@@ -33,12 +34,6 @@ static_assert(sizeof(CUPerformanceCounter) == sizeof(CUObject) + sizeof(Marks));
 
 void SetMarks(CUPerformanceCounter& counter, Marks const& marks) {
   std::memcpy(reinterpret_cast<char*>(&counter) + sizeof(CUObject), &marks, sizeof marks);
-}
-
-Marks MarksOf(CUPerformanceCounter const& counter) {
-  Marks marks;
-  std::memcpy(&marks, reinterpret_cast<char const*>(&counter) + sizeof(CUObject), sizeof marks);
-  return marks;
 }
 
 std::vector<std::int64_t> Take(CUIdentifierGenerator& generator, int count) {
@@ -98,9 +93,7 @@ TEST(CUPerformanceCounter, ComputesTheTimeBetweenItsMarks) {
     CUPerformanceCounter counter;
     SetMarks(counter, marks);
     EXPECT_EQ(std::to_string(counter.GetProcessingTime()), microseconds) << marks.end;
-    CUSharedPtr<CUStringMac> const text = counter.Description();
-    ASSERT_TRUE(text != nullptr);
-    EXPECT_EQ(Utf8(text), description) << marks.end;
+    EXPECT_EQ(Utf8(counter.Description()), description) << marks.end;
   }
 }
 
@@ -115,34 +108,28 @@ TEST(CUPerformanceCounter, MeasuresTime) {
   EXPECT_LT(counter->GetProcessingTime(), 60000000u);
 
   CUPerformanceCounter copy;
-  Marks const marks = MarksOf(*counter);
-  SetMarks(*counter, {marks.start, marks.end, 7, 3});
+  Marks const marks = {4, 5, 7, 3};
+  SetMarks(*counter, marks);
   copy.CopyCounter(counter);
-  EXPECT_EQ(MarksOf(copy).start, marks.start);
-  EXPECT_EQ(MarksOf(copy).end, marks.end);
-  EXPECT_EQ(MarksOf(copy).numer, 7u);
-  EXPECT_EQ(MarksOf(copy).denom, 3u);
+  EXPECT_EQ(std::memcmp(reinterpret_cast<char*>(&copy) + sizeof(CUObject), &marks, sizeof marks),
+            0);
 }
 
 TEST(CUIdentifierGenerator, CountsFrom1InEveryProcess) {
-  auto const firstNumbers = [] {
-    std::string const first =
-        std::to_string(CUIdentifierGenerator::SharedInstance()->GenerateIdentifier());
-    return first + " " +
-           std::to_string(CUIdentifierGenerator::SharedInstance()->GenerateIdentifier());
-  };
-  EXPECT_EQ(InChild(firstNumbers), "1 2");
-  EXPECT_EQ(InChild(firstNumbers), "1 2");
+  for (int process = 0; process < 2; ++process) {
+    EXPECT_EQ(InChild([] {
+                auto const first = Take(*CUIdentifierGenerator::SharedInstance(), 1);
+                auto const second = Take(*CUIdentifierGenerator::SharedInstance(), 1);
+                return std::to_string(first[0]) + " " + std::to_string(second[0]);
+              }),
+              "1 2");
+  }
 }
 
 TEST(CUIdentifierGenerator, GivesEachThreadNumbersOfItsOwn) {
   CUIdentifierGenerator generator;
   std::vector<std::int64_t> taken[4];
-  std::vector<std::thread> threads;
-  for (auto& numbers : taken) {
-    threads.emplace_back([&] { numbers = Take(generator, 5000); });
-  }
-  for (std::thread& thread : threads) thread.join();
+  OnThreads(4, [&](int thread) { taken[thread] = Take(generator, 5000); });
   std::vector<std::int64_t> all;
   for (auto const& numbers : taken) {
     EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
@@ -158,16 +145,12 @@ TEST(CUIdentifierGenerator, MayBeMadeByManyThreadsAtOnce) {
   EXPECT_EQ(InChild([] {
               std::atomic<int> waiting{8};
               CUSharedPtr<CUIdentifierGenerator> instances[8];
-              std::vector<std::thread> threads;
-              for (auto& instance : instances) {
-                threads.emplace_back([&] {
-                  --waiting;
-                  while (waiting != 0) std::this_thread::yield();
-                  instance = CUIdentifierGenerator::SharedInstance();
-                  instance->GenerateIdentifier();
-                });
-              }
-              for (std::thread& thread : threads) thread.join();
+              OnThreads(8, [&](int thread) {
+                --waiting;
+                while (waiting != 0) std::this_thread::yield();
+                instances[thread] = CUIdentifierGenerator::SharedInstance();
+                instances[thread]->GenerateIdentifier();
+              });
               auto const last = CUIdentifierGenerator::SharedInstance();
               bool const known = std::count(instances, instances + 8, last) != 0;
               bool const stays = CUIdentifierGenerator::SharedInstance() == last;
