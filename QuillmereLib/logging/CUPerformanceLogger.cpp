@@ -7,10 +7,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <ios>
 #include <locale>
+#include <optional>
 #include <sstream>
+#include <system_error>
 
 #include "QuillmereLib/core/CUSharedPtr.h"
 #include "QuillmereLib/filesystem/CUDirectory.h"
@@ -138,6 +141,22 @@ void WriteRows(std::vector<Row>& rows, std::ofstream& file) {
   write();
 }
 
+// The first bytes of a file, at most four, and none of one that is missing. Nothing where they
+// cannot be read: such a file must not be taken for a new one, whose start may be written.
+std::optional<std::string> StartOf(std::string const& path) {
+  std::ifstream existing(path, std::ios::binary);
+  std::error_code error;
+  if (!existing && (std::filesystem::exists(path, error) || error)) {
+    // Another flush may have made it since.
+    existing.open(path, std::ios::binary);
+    if (!existing) return std::nullopt;
+  }
+  char start[4];
+  existing.read(start, sizeof start);
+  if (existing.bad()) return std::nullopt;
+  return std::string(start, static_cast<std::size_t>(existing.gcount()));
+}
+
 // Puts `text` at `offset` of an existing file. The start of a file is written so, and not by
 // truncating or appending: of two flushes that both find the file new, the later one then writes
 // the same bytes to the same place, and the earlier one's rows stay.
@@ -251,23 +270,19 @@ std::string CUPerformanceLogger::LoggerTypeToFileName(LoggerType type) {
 }
 
 void CUPerformanceLogger::WriteBomIfNeeded(std::string const& path) {
-  std::ifstream existing(path, std::ios::binary);
-  if (existing && existing.peek() != std::ifstream::traits_type::eof()) return;
+  std::optional<std::string> const start = StartOf(path);
+  if (!start || !start->empty()) return;
   std::ofstream const made(path, std::ios::app | std::ios::binary);
   WriteAt(path, 0, kByteOrderMark);
 }
 
 void CUPerformanceLogger::WriteHeaderIfNeeded(LoggerType type, std::string const& path) {
   WriteBomIfNeeded(path);
-  std::ifstream existing(path, std::ios::binary);
-  char start[3] = {};
-  existing.read(start, sizeof start);
-  std::streamoff const length = existing.gcount();
-  if (std::string(start, sizeof start) != kByteOrderMark) existing.seekg(0);
-  // After a short read there is nothing to peek at, whatever was read.
-  if (existing.peek() != std::ifstream::traits_type::eof()) return;
+  std::optional<std::string> const start = StartOf(path);
+  if (!start || start->size() > 3 || (start->size() == 3 && *start != kByteOrderMark)) return;
   auto const header = m_headers.find(type);
-  if (header != m_headers.end()) WriteAt(path, length, header->second + kLineEnd);
+  if (header == m_headers.end()) return;
+  WriteAt(path, static_cast<std::streamoff>(start->size()), header->second + kLineEnd);
 }
 
 void CUPerformanceLogger::CreateLogDirectory() {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <vector>
 
 #include "platform/linux/CFRunLoopObject.h"
@@ -127,11 +128,17 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
     g_usleep(static_cast<gulong>(std::max<Microseconds>(end - g_get_monotonic_time(), 0)));
     return kCFRunLoopRunTimedOut;
   }
-  std::vector<GPollFD> descriptors(8);
-  for (;;) {
-    Turn const turn = TurnOnce(context, &descriptors, end);
-    if (turn == Turn::Empty) return kCFRunLoopRunFinished;
-    if (turn == Turn::Handled && returnAfterSourceHandled) return kCFRunLoopRunHandledSource;
-    if (g_get_monotonic_time() >= end) return kCFRunLoopRunTimedOut;
+  try {
+    std::vector<GPollFD> descriptors(8);
+    for (;;) {
+      Turn const turn = TurnOnce(context, &descriptors, end);
+      if (turn == Turn::Empty) return kCFRunLoopRunFinished;
+      if (turn == Turn::Handled && returnAfterSourceHandled) return kCFRunLoopRunHandledSource;
+      if (g_get_monotonic_time() >= end) return kCFRunLoopRunTimedOut;
+    }
+  } catch (std::bad_alloc const&) {
+    // Without memory to wait with, the time is over. Callers turn the loop until what they wait for
+    // has come, and an exception would take away what it comes to.
+    return kCFRunLoopRunTimedOut;
   }
 }

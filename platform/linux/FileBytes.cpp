@@ -191,8 +191,9 @@ OSStatus CopyBytes(int source, int target, struct stat const& facts, CopyMeans c
   // Bytes that end in a hole are too few, and a clone of a file that has grown is too long.
   struct stat made;
   if (fstat(target, &made) != 0) return StatusFromErrno(errno);
-  if (made.st_size != end && ftruncate(target, end) != 0) return StatusFromErrno(errno);
-  return noErr;
+  if (made.st_size == end) return noErr;
+  return Uninterrupted([&] { return ftruncate(target, end); }) == 0 ? OSErr{noErr}
+                                                                    : StatusFromErrno(errno);
 }
 
 OSStatus CopyAttributes(int source, int target, struct stat const& facts, bool withOwner) {

@@ -112,10 +112,11 @@ int PartialFile::PublishOver(bool keepOld) {
   if (keepOld && m_means.renameFlags && Swap() == 0) {
     m_state = State::Swapped;
     struct stat old;
-    if (fstatat(m_folder, m_hidden.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    if (!S_ISDIR(old.st_mode)) return 0;
+    int const error = ResultOf(fstatat(m_folder, m_hidden.c_str(), &old, AT_SYMLINK_NOFOLLOW));
+    if (error == 0 && !S_ISDIR(old.st_mode)) return 0;
+    // What cannot be looked at is not given up: the destructor would delete it.
     Withdraw();
-    return EISDIR;
+    return error != 0 ? error : EISDIR;
   }
   if (renameat(m_folder, m_hidden.c_str(), m_folder, m_name.c_str()) != 0) return errno;
   m_hidden.clear();

@@ -11,7 +11,6 @@
 #include "QuillmereLib/filesystem/CUDirectory.h"
 #include "QuillmereLib/filesystem/CUFileInfo.h"
 #include "tests/support/DirectoryReads.h"
-#include "tests/support/FailingAllocation.h"
 #include "tests/support/Files.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Mounts.h"

@@ -1,15 +1,12 @@
 // Copies and moves as callers see them, and the faults that must leave all as it was.
 
 #include <CoreFoundation/CFRunLoop.h>
-#include <fnmatch.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
 #include <filesystem>
-#include <random>
 #include <thread>
 #include <vector>
 
@@ -275,37 +272,4 @@ TEST(CopyMove, DisksThatRefuseKeepWhatTheyHold) {
   EXPECT_EQ(fs::file_size(places.In("large")), 3 * kMegabyte);
   if (full.empty()) GTEST_SKIP() << "no tmpfs can be mounted here to be filled";
   EXPECT_EQ(full, "10004 " + expected);
-}
-
-// A child copies and moves without end and is killed at any moment.
-TEST(CopyMove, AKilledProcessLeavesWholeFiles) {
-  Places const places;
-  std::string const old(2 * kMegabyte, 'o'), fresh(3 * kMegabyte, 'f');
-  std::string const here = places.there.Path() + "/target", away = places.away.Path() + "/target";
-  WriteFile(places.In("old"), old);
-  WriteFile(places.In("fresh"), fresh);
-  WriteFile(here, old);
-  std::mt19937 chance(1);
-  for (int round = 0; round < 30; ++round) {
-    pid_t const child = fork();
-    ASSERT_GE(child, 0);
-    while (child == 0) {
-      Transfer(kCopy, places.In("fresh"), here, true);
-      Transfer(kMove, here, away, true);
-      Transfer(kCopy, places.In("old"), away, true);
-      Transfer(kMove, away, here, true);
-    }
-    usleep(static_cast<useconds_t>(chance() % 25000));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    EXPECT_TRUE(fs::exists(here) || fs::exists(away));
-    for (std::string const& folder : {places.there.Path(), places.away.Path()}) {
-      for (auto const& entry : fs::directory_iterator(folder)) {
-        std::string const name = entry.path().filename();
-        if (fnmatch(".target.quillmere-??????.part", name.c_str(), 0) == 0) continue;
-        std::string const bytes = ReadFile(entry.path());
-        EXPECT_TRUE(name == "target" && (bytes == old || bytes == fresh)) << entry.path();
-      }
-    }
-  }
 }

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "platform/linux/VolumeNumbers.h"
-#include "tests/support/FailingAllocation.h"
 #include "tests/support/InChild.h"
 #include "tests/support/MountTableFile.h"
 #include "tests/support/Mounts.h"
@@ -189,23 +188,6 @@ TEST_F(Volumes, RefuseWhatIsNotOffered) {
         << number << " " << index << " " << which;
   }
   EXPECT_EQ(CFURLEnumeratorCreateForMountedVolumes(kCFAllocatorDefault, 1, nullptr), nullptr);
-}
-
-TEST_F(Volumes, SurviveRunningOutOfMemory) {
-  std::string const path = Folder("of a rather long name");
-  FSVolumeRefNum number = 0;
-  OSErr status = noErr;
-  int const failures = FailEachAllocation(
-      [&] {
-        number = VolumeNumberOf(path.c_str());
-        FSRef root;
-        HFSUniStr255 name;
-        status = noErr;
-        if (number != 0) status = Root(number, &root, &name);
-      },
-      [&] { EXPECT_TRUE(number == 0 || status == noErr || status == memFullErr) << status; });
-  EXPECT_GT(failures, 10);
-  EXPECT_EQ(status, noErr);
 }
 
 TEST_F(Volumes, OfMemoryAndBindMountsAreWhatTheyAre) {

@@ -10,7 +10,6 @@
 #include "QuillmereLib/collections/CUArray.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 #include "QuillmereLib/strings/TextBuilder.h"
-#include "tests/support/FailingAllocation.h"
 #include "tests/support/Strings.h"
 
 namespace {
@@ -279,24 +278,4 @@ TEST(TextBuilder, JoinsPiecesOfBothWidths) {
     builder.Append(static_cast<CFStringRef>(wide));
   }
   EXPECT_EQ(Utf8(builder.Text()), "ab\u00e9ab\u00e9");
-}
-
-TEST(CUStringMac, GivesUpCleanlyWhenMemoryRunsOut) {
-  auto const work = [] {
-    CUStringMac path("/\u00e9/b.c", CUString_CharCode_UTF8);
-    CUStringMac sum = path + path;
-    CUStringMac result;
-    path.PathAppend(sum, result);
-    path.PathGetFileNameNoExtension(result);
-    CUSharedPtr<CUArray> components;
-    path.PathComponents(&components);
-    Pointer const part = path.SubString(1);
-    Pointer const description = path.Description();
-    CUStringMac::CreateWithFormat(Make("%s%d"), "\u00e9", 1);
-    TextBuilder builder;
-    builder.Append(static_cast<CFStringRef>(result));
-    builder.Append(Utf8(*builder.Text()).c_str());
-  };
-  work();  // makes what is made once a process, and must not fail
-  EXPECT_GT(FailEachAllocation(work, [] {}), 10);
 }
