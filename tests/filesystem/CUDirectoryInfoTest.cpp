@@ -321,26 +321,6 @@ TEST_F(CUDirectoryInfoTest, HasStaticFormsByBothPointers) {
   EXPECT_EQ(ThrownCode([&] { CUDirectory::GetFiles(Make("")); }), 1u);
 }
 
-TEST_F(CUDirectoryInfoTest, InventsNoEntryWhenMemoryRunsOut) {
-  fs::create_directories(At("d/sub"));
-  WriteFile(At("d/file"), "");
-  CUDirectoryInfo directory(Make(At("d")));
-  long const before = OpenDescriptors();
-  CUSharedPtr<CUArray> files = directory.GetFiles();
-  CUSharedPtr<CUArray> directories = directory.GetDirectories();
-  int const runs = FailEachAllocation(
-      [&] {
-        ThrownCode([&] { files = directory.GetFiles(); });
-        ThrownCode([&] { directories = directory.GetDirectories(); });
-      },
-      [&] {
-        for (auto const& path : PathsIn<CUFileInfo>(files)) EXPECT_EQ(path, At("d/file"));
-        for (auto const& path : PathsIn<CUDirectoryInfo>(directories)) EXPECT_EQ(path, At("d/sub"));
-        EXPECT_EQ(OpenDescriptors(), before);
-      });
-  EXPECT_GT(runs, 10);
-}
-
 TEST_F(CUDirectoryInfoTest, RecyclesAndTellsFailures) {
   fs::create_directory(At("dir"));
   fs::create_symlink("nothing", At("none"));
