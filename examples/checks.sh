@@ -1,4 +1,4 @@
-# What the tests of the small examples share. A test reads this first, with the program as $1, and is
+# What the tests of the examples share. A test reads this first, with the program as $1, and is
 # in an empty folder then; it ends with `finish`.
 
 program=$1

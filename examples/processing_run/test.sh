@@ -1,35 +1,12 @@
 # Runs processing_run, given as the only argument, over folders made for the purpose.
-# Prints what is wrong, a line each, and fails if there is any.
+. "$(dirname "$0")/../checks.sh"
 
-program=$1
-room=$(mktemp -d) || exit 1
-trap 'rm -rf "$room"' EXIT
-trap 'exit 1' HUP INT TERM
 chmod 755 "$room"
-cd "$room" || exit 1
-export LC_ALL=C.UTF-8 XDG_DATA_HOME="$room/data"
+export XDG_DATA_HOME="$room/data"
 logs=$room/data/Tavik_Inc_IC/Quillmere
-problems=0
 tab=$(printf '\t')
 escape=$(printf '\033')
 return=$(printf "\r")
-
-wrong() {
-  printf 'WRONG: %s\n' "$*"
-  problems=$((problems + 1))
-}
-
-# run STATUS ARGUMENT...: the outputs go to the files out and err.
-run() {
-  wanted=$1
-  shift
-  timeout 60 "$program" "$@" >out 2>err
-  got=$?
-  [ $got -eq "$wanted" ] || { wrong "status $got instead of $wanted: $*"; cat err; }
-}
-
-# has FILE LINE: exactly this line stands in the file once.
-has() { [ "$(grep -cFx -e "$2" "$1")" = 1 ] || { wrong "$1 lacks: $2"; cat -A "$1"; } }
 
 # Multiplies the sum by the prime to the power $1: what as many zero bytes do to it. Modulo 2^64,
 # as the shell counts.
@@ -445,5 +422,4 @@ else
   echo "not tested: the bar, as there is no script program"
 fi
 
-[ $problems -eq 0 ] && echo "all as it should be"
-exit $((problems != 0))
+finish
