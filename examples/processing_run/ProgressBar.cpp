@@ -91,7 +91,8 @@ unsigned int ProgressBar::Percent() const {
 void ProgressBar::Show() {
   if (m_onTerminal) {
     auto const now = std::chrono::steady_clock::now();
-    if (m_drawn && now - m_lastDrawing < kDrawingInterval) return;
+    bool const finished = m_filesDone >= m_fileCount;
+    if (m_drawn && !finished && now - m_lastDrawing < kDrawingInterval) return;
     m_lastDrawing = now;
     Draw(Percent(), now);
     return;
