@@ -83,17 +83,13 @@ CUMutableDictionary::~CUMutableDictionary() = default;
 void CUMutableDictionary::SetObjectForKey(CUSharedPtr<CUObject> object,
                                           CUSharedPtr<CUStringMac> key) {
   if (key == nullptr) return;
-  auto const place = m_map.lower_bound(*key);
-  if (place != m_map.end() && !(*key < place->first)) {
-    std::swap(place->second, object);
-    return;
-  }
-  // Made apart, so that a key without text for lack of memory never gets among the others.
+  // Made apart, so that a key without text for lack of memory never gets among the others. Where
+  // the key is there already, the new value goes in its place.
   Entries added;
-  auto const entry = added.emplace(*key, nullptr).first;
+  auto const entry = added.emplace(*key, std::move(object)).first;
   CheckCopy(entry->first, *key);
-  entry->second = std::move(object);
-  m_map.insert(place, added.extract(entry));
+  auto inserted = m_map.insert(added.extract(entry));
+  if (!inserted.inserted) std::swap(inserted.position->second, inserted.node.mapped());
 }
 
 void CUMutableDictionary::RemoveObjectForKey(CUSharedPtr<CUStringMac> key) {

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <typeinfo>
 
+#include "Blocks.h"
 #include "QuillmereLib/core/CUSharedPtr.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 
@@ -25,3 +26,17 @@ CUSharedPtr<CUStringMac> CUObject::Description() {
   std::snprintf(text, sizeof text, "%s(0x%p)", typeid(*this).name(), static_cast<void*>(this));
   return new CUStringMac(text, CUString_CharCode_UTF8);
 }
+
+void* CUObject::operator new(std::size_t size) {
+  void* const block = AllocateBlock(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+void* CUObject::operator new(std::size_t size, std::nothrow_t const&) noexcept {
+  return AllocateBlock(size);
+}
+
+void CUObject::operator delete(void* block) noexcept { FreeBlock(block); }
+
+void CUObject::operator delete(void* block, std::nothrow_t const&) noexcept { FreeBlock(block); }

@@ -6,7 +6,9 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "QuillmereLib/core/CUExport.h"
 #include "QuillmereLib/core/ObjectHooks.h"
@@ -43,6 +45,21 @@ class QUILLMERE_API CUObject {
 
   // Assigns nothing: the count belongs to the object, not to its value.
   virtual CUObject& operator=(CUObject const&) { return *this; }
+
+  // Objects come and go in great numbers, so `new` takes their memory from an allocator made for
+  // that. A class that derives from another with such operators of its own must choose.
+  static void* operator new(std::size_t size);
+  static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
+  static void* operator new(std::size_t, void* place) noexcept { return place; }
+  static void* operator new(std::size_t size, std::align_val_t alignment) {
+    return ::operator new(size, alignment);
+  }
+  static void operator delete(void* block) noexcept;
+  static void operator delete(void* block, std::nothrow_t const&) noexcept;
+  static void operator delete(void*, void*) noexcept {}
+  static void operator delete(void* block, std::align_val_t alignment) noexcept {
+    ::operator delete(block, alignment);
+  }
 
  private:
   template <class T>

@@ -11,4 +11,4 @@ enum CUResult : unsigned int {
 };
 
 // Whether a result is a failure. Only its low 16 bits decide.
-constexpr bool CUFailed(CUResult result) { return (result & 0xFFFFu) != 0; }
+constexpr bool CUFailed(unsigned int result) { return (result & 0xFFFFu) != 0; }

@@ -75,9 +75,13 @@ class QUILLMERE_API CUSharedPtr {
   static void Add(T* object) noexcept {
     if (object != nullptr) static_cast<CUObject&>(*object).m_refCount.fetch_add(1);
   }
+  // The last pointer sees that it is, and needs no atomic subtraction.
   static void Release(T* object) noexcept {
     CUObject& counted = *object;
-    if (counted.m_refCount.fetch_sub(1) <= 1) delete &counted;
+    if (counted.m_refCount.load(std::memory_order_acquire) == 1 ||
+        counted.m_refCount.fetch_sub(1) <= 1) {
+      delete &counted;
+    }
   }
 
   T* m_ptr;

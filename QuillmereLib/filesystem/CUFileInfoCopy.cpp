@@ -51,7 +51,11 @@ void CUFileInfo::z_CopyMoveWithProgressErrorCheack(CUSharedPtr<CUStringMac> dest
     ThrowErrorCode(CUError_InvalidArgument);
   }
   if (!CanBeRead(&fullName)) ThrowErrorCode(CUError_FileNotFound);
-  if (!overwrite && CanBeRead(destination.Get())) ThrowErrorCode(CUError_IOFailure);
+  // Most destinations are not there. Asking first spares the exception of a stream that cannot
+  // open.
+  if (!overwrite && CUFile::Exists(destination) && CanBeRead(destination.Get())) {
+    ThrowErrorCode(CUError_IOFailure);
+  }
 }
 
 CUResult CUFileInfo::z_CopyMoveWithProgress(CUSharedPtr<CUStringMac> destination,

@@ -3,8 +3,14 @@
 #include <cstring>
 #include <new>
 
+namespace {
+
+constexpr CFIndex kUsualPieces = 16;
+
+}  // namespace
+
 TextBuilder::TextBuilder()
-    : m_pieces(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks)) {
+    : m_pieces(CFArrayCreateMutable(kCFAllocatorDefault, kUsualPieces, &kCFTypeArrayCallBacks)) {
   if (!m_pieces) throw std::bad_alloc();
 }
 

@@ -27,13 +27,13 @@ CUSharedPtr<CUXmlDomElementNode> CUXmlDomDocumentNode::CreateElementNode(
     CUSharedPtr<CUStringMac> name) {
   if (name == nullptr) return nullptr;
   CUSharedPtr<CUXmlDomElementNode> node = new CUXmlDomElementNode;
-  return Failed(node->SetNodeName(std::move(name))) ? nullptr : node;
+  return CUFailed(node->SetNodeName(std::move(name))) ? nullptr : node;
 }
 
 CUSharedPtr<CUXmlDomTextNode> CUXmlDomDocumentNode::CreateTextNode(CUSharedPtr<CUStringMac> value) {
   if (value == nullptr) return nullptr;
   CUSharedPtr<CUXmlDomTextNode> node = new CUXmlDomTextNode;
-  return Failed(node->SetNodeValue(std::move(value))) ? nullptr : node;
+  return CUFailed(node->SetNodeValue(std::move(value))) ? nullptr : node;
 }
 
 CUSharedPtr<CUXmlDomProcessingInstructionNode>
@@ -41,8 +41,8 @@ CUXmlDomDocumentNode::CreateProcessingInstructionNode(CUSharedPtr<CUStringMac> t
                                                       CUSharedPtr<CUStringMac> data) {
   if (target == nullptr || data == nullptr) return nullptr;
   CUSharedPtr<CUXmlDomProcessingInstructionNode> node = new CUXmlDomProcessingInstructionNode;
-  bool const failed =
-      Failed(node->SetNodeName(std::move(target))) || Failed(node->SetNodeValue(std::move(data)));
+  bool const failed = CUFailed(node->SetNodeName(std::move(target))) ||
+                      CUFailed(node->SetNodeValue(std::move(data)));
   return failed ? nullptr : node;
 }
 
@@ -50,5 +50,5 @@ CUSharedPtr<CUXmlDomEntityReferenceNode> CUXmlDomDocumentNode::CreateEntityRefer
     CUSharedPtr<CUStringMac> name) {
   if (name == nullptr) return nullptr;
   CUSharedPtr<CUXmlDomEntityReferenceNode> node = new CUXmlDomEntityReferenceNode;
-  return Failed(node->SetNodeName(std::move(name))) ? nullptr : node;
+  return CUFailed(node->SetNodeName(std::move(name))) ? nullptr : node;
 }

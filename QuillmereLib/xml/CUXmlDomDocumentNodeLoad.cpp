@@ -2,7 +2,9 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -20,51 +22,91 @@ struct FreeBlock {
 
 using Objects = std::vector<CUSharedPtr<CUObject>>;
 
-// The references that are replaced in text. Never destroyed, as documents may be loaded to the end
-// of the process.
-struct PredefinedEntity {
-  CUSharedPtr<CUStringMac> name;
-  CFStringRef character;
-};
-
-std::vector<PredefinedEntity> const& PredefinedEntities() {
-  static auto const* const entities =
-      new std::vector<PredefinedEntity>{{NewString(CFSTR("lt")), CFSTR("<")},
-                                        {NewString(CFSTR("gt")), CFSTR(">")},
-                                        {NewString(CFSTR("amp")), CFSTR("&")},
-                                        {NewString(CFSTR("quot")), CFSTR("\"")},
-                                        {NewString(CFSTR("apos")), CFSTR("'")}};
-  return *entities;
-}
-
-// Null for a name that is none of them.
-CFStringRef CharacterOf(CUStringMac* name) {
+// The character that a reference with this name stands for; null for a name that is none of the
+// five. Names are compared as CUStringMac does.
+CFStringRef CharacterOf(CFStringRef name) {
+  static struct {
+    CFStringRef name;
+    CFStringRef character;
+  } const kPredefined[] = {{CFSTR("lt"), CFSTR("<")},
+                           {CFSTR("gt"), CFSTR(">")},
+                           {CFSTR("amp"), CFSTR("&")},
+                           {CFSTR("quot"), CFSTR("\"")},
+                           {CFSTR("apos"), CFSTR("'")}};
   if (name == nullptr) return nullptr;
-  for (PredefinedEntity const& entity : PredefinedEntities()) {
-    if (*name == *entity.name) return entity.character;
+  for (auto const& entity : kPredefined) {
+    if (CFStringCompare(name, entity.name, kCFCompareLocalized) == kCFCompareEqualTo) {
+      return entity.character;
+    }
   }
   return nullptr;
 }
 
-// Whether the merge would leave the children of an element as they are but for a copy in place of
-// their one text node, as is most often the case.
-bool IsMerged(CFTreeRef tree) {
-  bool hasText = false;
-  CFIndex const count = CFTreeGetChildCount(tree);
-  for (CFIndex i = 0; i < count; ++i) {
-    switch (CFXMLNodeGetTypeCode(CFXMLTreeGetNode(CFTreeGetChildAtIndex(tree, i)))) {
-      case kCFXMLNodeTypeEntityReference:
-        return false;
-      case kCFXMLNodeTypeText:
-        if (hasText) return false;
-        hasText = true;
-        break;
-      default:
-        break;
+CFXMLNodeRef ChildNode(CFTreeRef tree, CFIndex index) {
+  return CFXMLTreeGetNode(CFTreeGetChildAtIndex(tree, index));
+}
+
+// What the children of an element are, as far as the merge of its text is concerned.
+struct Content {
+  explicit Content(CFTreeRef tree) : childCount(CFTreeGetChildCount(tree)) {
+    for (CFIndex i = 0; i < childCount; ++i) {
+      CFXMLNodeTypeCode const type = CFXMLNodeGetTypeCode(ChildNode(tree, i));
+      if (type == kCFXMLNodeTypeText) ++textCount;
+      if (type == kCFXMLNodeTypeEntityReference) ++referenceCount;
     }
   }
-  return true;
+
+  // Text and references alone, as in most elements with text.
+  bool IsText() const { return childCount != 0 && textCount + referenceCount == childCount; }
+
+  // Whether the merge would leave all as it is, but for a copy in place of the one text node.
+  bool IsMerged() const { return textCount <= 1 && referenceCount == 0; }
+
+  CFIndex childCount;
+  CFIndex textCount = 0;
+  CFIndex referenceCount = 0;
+};
+
+// The merged text of an element that holds text and references alone; null if one of these is not
+// predefined.
+CUSharedPtr<CUStringMac> MergedText(CFTreeRef tree, Content const& content) {
+  if (content.childCount == 1 && content.textCount == 1) {
+    return NewString(CFXMLNodeGetString(ChildNode(tree, 0)));
+  }
+  TextBuilder text;
+  for (CFIndex i = 0; i < content.childCount; ++i) {
+    CFXMLNodeRef const node = ChildNode(tree, i);
+    CFStringRef piece = CFXMLNodeGetString(node);
+    if (CFXMLNodeGetTypeCode(node) == kCFXMLNodeTypeEntityReference) piece = CharacterOf(piece);
+    if (piece == nullptr) return nullptr;
+    text.Append(piece);
+  }
+  return text.Text();
 }
+
+// The strings of attribute names. A document has few, and the platform may hand out one string many
+// times: those that came last are kept, one a place, for as long as the platform's tree lives.
+class KeyStrings {
+ public:
+  CUSharedPtr<CUStringMac> const& For(CFStringRef name) {
+    Recent& recent = m_recent[reinterpret_cast<std::uintptr_t>(name) / 16 % std::size(m_recent)];
+    if (recent.name != name) {
+      recent.string = NewString(name);
+      recent.name = name;
+    }
+    return recent.string;
+  }
+
+ private:
+  struct Recent {
+    CFStringRef name = nullptr;
+    CUSharedPtr<CUStringMac> string;
+  };
+  Recent m_recent[64];
+};
+
+// Those of the document that this thread is loading.
+thread_local KeyStrings* keyStrings = nullptr;
 
 }  // namespace
 
@@ -80,6 +122,11 @@ unsigned int CUXmlDomDocumentNode::LoadXmlMac(CUSharedPtr<CUStream> stream) {
   CFHolder<CFXMLTreeRef> const tree(CFXMLTreeCreateFromData(
       kCFAllocatorDefault, data.Get(), nullptr, kCFXMLParserSkipWhitespace, kNodeVersion));
   if (!tree) return CUResult_Failed;
+  KeyStrings strings;
+  keyStrings = &strings;
+  struct Forget {
+    ~Forget() { keyStrings = nullptr; }
+  } const forget;
   return MakeUpChildNodes_OS2CU_Mac(tree.Get(), this);
 }
 
@@ -98,12 +145,16 @@ unsigned int CUXmlDomDocumentNode::MakeUpChildNodes_OS2CU_Mac(__CFTree* tree,
   if (tree == nullptr || parent == nullptr) return CUResult_Failed;
   CFIndex const count = CFTreeGetChildCount(tree);
   if (count < 1) return CUResult_Success;
+  if (CUSharedPtr<CUMutableArray> const children = parent->GetChildNodes()) {
+    Objects& objects = *children->GetInternalArray();
+    objects.reserve(objects.size() + static_cast<std::size_t>(count));
+  }
   unsigned int status = CUResult_Failed;
   for (CFIndex i = 0; i < count; ++i) {
     CFTreeRef const child = CFTreeGetChildAtIndex(tree, i);
     if (child == nullptr) continue;
     status = MakeUpCuXmlDomNodeInstanceMac(child, parent->GetChildNodes());
-    if (Failed(status)) return status;
+    if (CUFailed(status)) return status;
   }
   return status;
 }
@@ -140,10 +191,11 @@ unsigned int SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attribu
   void const** const values = keys + count;
   CFDictionaryGetKeysAndValues(attributes, keys, values);
   for (std::size_t i = 0; i < count; ++i) {
+    auto const key = static_cast<CFStringRef>(keys[i]);
     unsigned int const status =
-        element.SetAttribute(NewString(static_cast<CFStringRef>(keys[i])),
+        element.SetAttribute(keyStrings != nullptr ? keyStrings->For(key) : NewString(key),
                              NewString(static_cast<CFStringRef>(values[i])));
-    if (Failed(status)) return status;
+    if (CUFailed(status)) return status;
   }
   return CUResult_Success;
 }
@@ -159,16 +211,25 @@ unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomElementNodeInstanceMac(
   auto const* const info = static_cast<CFXMLElementInfo const*>(CFXMLNodeGetInfoPtr(node));
   if (name == nullptr || info == nullptr) return CUResult_Failed;
 
-  CUSharedPtr<CUXmlDomElementNode> const element = CreateElementNode(NewString(name));
+  CUSharedPtr<CUXmlDomElementNode> element = CreateElementNode(NewString(name));
   if (element == nullptr) return CUResult_Failed;
   unsigned int status = CUResult_Success;
   if (info->attributes != nullptr) status = SetAttributes(*element, info->attributes);
-  if (!Failed(status)) status = MakeUpChildNodes_OS2CU_Mac(tree, element.Get());
-  if (!Failed(status) && !IsMerged(tree)) {
-    status = CombineCuDomXmlEntityReferenceAndTextNodeMac(element->GetChildNodes());
+  if (CUFailed(status)) return status;
+
+  Content const content(tree);
+  if (content.IsText()) {
+    CUSharedPtr<CUXmlDomTextNode> text = CreateTextNode(MergedText(tree, content));
+    if (text == nullptr) return CUResult_Failed;
+    element->GetChildNodes()->AddObject(std::move(text));
+  } else {
+    status = MakeUpChildNodes_OS2CU_Mac(tree, element.Get());
+    if (!CUFailed(status) && !content.IsMerged()) {
+      status = CombineCuDomXmlEntityReferenceAndTextNodeMac(element->GetChildNodes());
+    }
+    if (CUFailed(status)) return status;
   }
-  if (Failed(status)) return status;
-  children->AddObject(element);
+  children->AddObject(std::move(element));
   return CUResult_Success;
 }
 
@@ -233,8 +294,8 @@ unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(
     sawTextLike = true;
     CUSharedPtr<CUStringMac> const text =
         type == Node_Text ? node->GetNodeValue() : node->GetNodeName();
-    CFStringRef const piece =
-        type == Node_Text ? PlatformString(text.Get()) : CharacterOf(text.Get());
+    CFStringRef piece = PlatformString(text.Get());
+    if (type == Node_Entity_Reference) piece = CharacterOf(piece);
     if (type == Node_Entity_Reference && piece == nullptr) {
       sawUnknownEntity = true;
       continue;

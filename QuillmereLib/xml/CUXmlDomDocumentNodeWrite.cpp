@@ -53,6 +53,13 @@ CFTreeRef CreateTree(CFXMLNodeTypeCode type, CFStringRef string, void const* inf
   return node ? CFXMLTreeCreateWithNode(kCFAllocatorDefault, node.Get()) : nullptr;
 }
 
+// Reaches the entries of a dictionary where they stand, so that no key is copied or looked up.
+struct DictionaryEntries : CUDictionary {
+  static Entries const& Of(CUDictionary const& dictionary) {
+    return dictionary.*(&DictionaryEntries::m_map);
+  }
+};
+
 // The attributes of an element as the platform takes them.
 class Attributes {
  public:
@@ -64,15 +71,11 @@ class Attributes {
 
   // Takes all whose key and value are text, in the order of the keys. False when memory runs out.
   bool Take(CUDictionary& attributes) {
-    CUSharedPtr<CUArray> const keys = attributes.AllKeys();
-    if (!m_values || !m_order || keys == nullptr) return false;
-    unsigned int const count = keys->Count();
-    for (unsigned int i = 0; i < count; ++i) {
-      CUSharedPtr<CUStringMac> const key(dynamic_cast<CUStringMac*>(keys->ObjectAtIndex(i).Get()));
-      if (PlatformString(key.Get()) == nullptr) continue;
-      CUSharedPtr<CUObject> const object = attributes.ObjectForKey(key);
+    if (!m_values || !m_order) return false;
+    for (auto const& [key, object] : DictionaryEntries::Of(attributes)) {
+      CFStringRef const name = key;
       CFStringRef const value = PlatformString(dynamic_cast<CUStringMac*>(object.Get()));
-      if (value != nullptr && !Add(PlatformString(key.Get()), value)) return false;
+      if (name != nullptr && value != nullptr && !Add(name, value)) return false;
     }
     return true;
   }
@@ -103,7 +106,7 @@ unsigned int CUXmlDomDocumentNode::WriteXmlMac(CUSharedPtr<CUStream> stream) {
   CFXMLDocumentInfo const info = {nullptr, kCFStringEncodingUTF8};
   CFHolder<CFXMLTreeRef> const tree(CreateDocumentTreeMac(&info));
   if (!tree) return CUResult_XmlWriteFailed;
-  if (Failed(MakeUpChildNodes_CU2OS_Mac(this, tree.Get()))) return CUResult_XmlWriteFailed;
+  if (CUFailed(MakeUpChildNodes_CU2OS_Mac(this, tree.Get()))) return CUResult_XmlWriteFailed;
   CFHolder<CFDataRef> const data(CFXMLTreeCreateXMLData(kCFAllocatorDefault, tree.Get()));
   if (!data) return CUResult_XmlWriteFailed;
   unsigned long long const written =
@@ -160,7 +163,7 @@ unsigned int CUXmlDomDocumentNode::MakeUpOSXmlDomElementNodeInstanceMac(
   }
   if (!element) return Abandon();
   unsigned int const status = MakeUpChildNodes_CU2OS_Mac(node.Get(), element.Get());
-  if (!Failed(status)) CFTreeAppendChild(tree, element.Get());
+  if (!CUFailed(status)) CFTreeAppendChild(tree, element.Get());
   return status;
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
-// Strings for nodes, and the statuses of their setters.
+// Strings for nodes.
 
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <new>
 
-#include "QuillmereLib/core/CUResult.h"
 #include "QuillmereLib/core/CUSharedPtr.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 
@@ -22,5 +21,3 @@ inline CUSharedPtr<CUStringMac> NewString(CFStringRef text) {
 inline CFStringRef PlatformString(CUStringMac const* string) {
   return string != nullptr ? static_cast<CFStringRef>(*string) : nullptr;
 }
-
-inline bool Failed(unsigned int status) { return CUFailed(static_cast<CUResult>(status)); }

@@ -1,9 +1,7 @@
 #include <CoreFoundation/CFArray.h>
 
-#include <new>
-#include <vector>
-
 #include "platform/linux/CFObject.h"
+#include "platform/linux/ItemList.h"
 
 namespace {
 
@@ -18,41 +16,37 @@ constexpr CFArrayCallBacks kBorrowing = {0, nullptr, nullptr, nullptr, nullptr};
 CFArrayCallBacks const kCFTypeArrayCallBacks = {0, RetainObject, ReleaseObject, nullptr, nullptr};
 
 struct __CFArray final : CFObject {
-  explicit __CFArray(CFArrayCallBacks const* given)
-      : callBacks(given != nullptr ? *given : kBorrowing) {}
+  // `room` is that behind the object.
+  __CFArray(CFArrayCallBacks const& callBacks, std::size_t room)
+      : retain(callBacks.retain), release(callBacks.release), values(this + 1, room) {}
   ~__CFArray() override {
-    if (callBacks.release == nullptr) return;
-    for (void const* value : values) callBacks.release(nullptr, value);
-  }
-
-  // Room for `count` values more; false when memory runs out.
-  bool Reserve(std::size_t count) {
-    if (values.capacity() - values.size() >= count) return true;
-    try {
-      std::size_t const needed = values.size() + count;
-      std::size_t const doubled = 2 * values.capacity();
-      values.reserve(needed > doubled ? needed : doubled);
-      return true;
-    } catch (...) {
-      return false;
-    }
+    if (release == nullptr) return;
+    for (void const* value : values) release(nullptr, value);
   }
 
   // Appends within what is reserved.
   void Append(void const* value) {
-    values.push_back(callBacks.retain != nullptr ? callBacks.retain(nullptr, value) : value);
+    values.Append(retain != nullptr ? retain(nullptr, value) : value);
   }
 
-  CFArrayCallBacks const callBacks;
-  std::vector<void const*> values;
+  decltype(CFArrayCallBacks::retain) const retain;
+  decltype(CFArrayCallBacks::release) const release;
+  ItemList<void const*> values;
 };
 
-CFArrayRef CFArrayCreate(CFAllocatorRef, void const** values, CFIndex count,
+CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex capacity,
+                                       CFArrayCallBacks const* callBacks) {
+  std::size_t const room = RoomBehind(capacity);
+  return MakeCFObject<__CFArray>(room * sizeof(void*),
+                                 callBacks != nullptr ? *callBacks : kBorrowing, room);
+}
+
+CFArrayRef CFArrayCreate(CFAllocatorRef allocator, void const** values, CFIndex count,
                          CFArrayCallBacks const* callBacks) {
   if (count < 0) return nullptr;
-  __CFArray* const array = MakeCFObject<__CFArray>(0, callBacks);
+  __CFArray* const array = CFArrayCreateMutable(allocator, count, callBacks);
   if (array == nullptr) return nullptr;
-  if (!array->Reserve(static_cast<std::size_t>(count))) {
+  if (!array->values.Reserve(static_cast<std::size_t>(count))) {
     array->Release();
     return nullptr;
   }
@@ -60,16 +54,12 @@ CFArrayRef CFArrayCreate(CFAllocatorRef, void const** values, CFIndex count,
   return array;
 }
 
-CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex, CFArrayCallBacks const* callBacks) {
-  return MakeCFObject<__CFArray>(0, callBacks);
-}
-
 void CFArrayAppendValue(CFMutableArrayRef array, void const* value) {
-  if (array->Reserve(1)) array->Append(value);
+  if (array->values.Reserve(1)) array->Append(value);
 }
 
 void CFArrayAppendArray(CFMutableArrayRef array, CFArrayRef source, CFRange range) {
-  if (!array->Reserve(static_cast<std::size_t>(range.length))) return;
+  if (!array->values.Reserve(static_cast<std::size_t>(range.length))) return;
   for (CFIndex i = 0; i < range.length; ++i) {
     array->Append(source->values[static_cast<std::size_t>(range.location + i)]);
   }

@@ -3,10 +3,12 @@
 #include <CoreFoundation/CFBase.h>
 
 #include <atomic>
-#include <cstdlib>
+#include <utility>
 
-// The common head of every object of the CoreFoundation seam. An object is one block from malloc,
-// so that a payload may follow it in place.
+#include "Blocks.h"
+
+// The common head of every object of the CoreFoundation seam. An object is one block, so that a
+// payload may follow it in place.
 class CFObject {
  public:
   CFObject() = default;
@@ -16,29 +18,47 @@ class CFObject {
 
   // The block is sized by its maker and not by its type.
   static void* operator new(std::size_t, void* block) noexcept { return block; }
-  static void operator delete(void* block) noexcept { std::free(block); }
+  static void operator delete(void* block) noexcept { FreeBlock(block); }
   static void operator delete(void*, void*) noexcept {}
 
   void Retain() const {
-    if (!m_immortal) m_references.fetch_add(1, std::memory_order_relaxed);
+    if (m_life == Life::Counted) {
+      m_references.fetch_add(1, std::memory_order_relaxed);
+    } else if (m_life == Life::Stored) {
+      Store()->Retain();
+    }
   }
   void Release() const {
-    if (m_immortal) return;
-    if (m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (m_life == Life::Counted) {
+      // Whoever holds the only reference needs no atomic subtraction.
+      if (m_references.load(std::memory_order_acquire) == 1 ||
+          m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete this;
+      }
+    } else if (m_life == Life::Stored) {
+      Store()->Release();
+    }
   }
 
   // From now on the object outlives every release. To be called before it is shared.
-  void MakeImmortal() { m_immortal = true; }
+  void MakeImmortal() { m_life = Life::Immortal; }
 
  private:
+  friend class ObjectStore;
+
+  enum class Life : unsigned char { Counted, Immortal, Stored };
+
+  // A stored object has the address of its store in front of it.
+  CFObject* Store() const { return *(reinterpret_cast<CFObject* const*>(this) - 1); }
+
   mutable std::atomic<std::int32_t> m_references{1};
-  bool m_immortal = false;
+  Life m_life = Life::Counted;
 };
 
 // A block for `Type` and `extraBytes` behind it, constructed; null when memory runs out.
 template <class Type, class... Arguments>
 Type* MakeCFObject(std::size_t extraBytes, Arguments&&... arguments) {
-  void* const block = std::malloc(sizeof(Type) + extraBytes);
+  void* const block = AllocateBlock(sizeof(Type) + extraBytes);
   if (block == nullptr) return nullptr;
-  return new (block) Type(static_cast<Arguments&&>(arguments)...);
+  return new (block) Type(std::forward<Arguments>(arguments)...);
 }

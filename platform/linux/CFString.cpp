@@ -94,14 +94,14 @@ CFStringRef CreatePart(CFStringRef string, CFIndex start, CFIndex length) {
 
 }  // namespace
 
-__CFString* AllocateString(CFIndex length, bool wide) {
+__CFString* AllocateString(CFIndex length, bool wide, ObjectStore* store) {
   if (length < 0 || length > PTRDIFF_MAX / 4) return nullptr;
   std::size_t const size = static_cast<std::size_t>(length) << (wide ? 1 : 0);
-  return MakeCFObject<__CFString>(size, length, wide);
+  return MakeCFObjectIn<__CFString>(store, size, length, wide);
 }
 
-CFStringRef CreateNarrow(char const* text, CFIndex length) {
-  __CFString* const string = AllocateString(length, false);
+CFStringRef CreateNarrow(char const* text, CFIndex length, ObjectStore* store) {
+  __CFString* const string = AllocateString(length, false, store);
   if (string != nullptr && length != 0) {
     std::memcpy(string->Narrow(), text, static_cast<std::size_t>(length));
   }

@@ -81,16 +81,6 @@ bool DecodeUtf8(UInt8 const* next, UInt8 const* end, UniChar* unit) {
   return true;
 }
 
-CFStringRef CreateFromUtf8(UInt8 const* bytes, CFIndex byteCount) {
-  char const* const text = reinterpret_cast<char const*>(bytes);
-  if (IsAscii(text, static_cast<std::size_t>(byteCount))) return CreateNarrow(text, byteCount);
-  __CFString* const string = AllocateString(CountUnits(bytes, byteCount), true);
-  if (string == nullptr) return nullptr;
-  if (DecodeUtf8(bytes, bytes + byteCount, string->Wide())) return string;
-  string->Release();
-  return nullptr;
-}
-
 CFStringRef CreateFromUtf16(UInt8 const* bytes, CFIndex byteCount, bool swapped) {
   if (byteCount % 2 != 0) return nullptr;
   CFIndex const length = byteCount / 2;
@@ -241,6 +231,16 @@ CFIndex ConvertNarrow(char const* text, CFIndex length, CFIndex width, ByteSink&
 
 }  // namespace
 
+CFStringRef CreateFromUtf8(std::string_view text, ObjectStore* store) {
+  auto const* const bytes = reinterpret_cast<UInt8 const*>(text.data());
+  auto const byteCount = static_cast<CFIndex>(text.size());
+  if (IsAscii(text.data(), text.size())) return CreateNarrow(text.data(), byteCount, store);
+  __CFString* const string = AllocateString(CountUnits(bytes, byteCount), true, store);
+  if (string == nullptr || DecodeUtf8(bytes, bytes + byteCount, string->Wide())) return string;
+  if (store == nullptr) string->Release();
+  return nullptr;
+}
+
 bool IsAscii(char const* text, std::size_t length) {
   std::size_t i = 0;
   for (; i + 32 <= length; i += 32) {
@@ -259,8 +259,11 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const* bytes, CFIndex 
   bool const external = isExternalRepresentation != 0;
   switch (encoding) {
     case kCFStringEncodingUTF8: {
-      bool const marked = external && byteCount >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0;
-      return marked ? CreateFromUtf8(bytes + 3, byteCount - 3) : CreateFromUtf8(bytes, byteCount);
+      std::string_view text(reinterpret_cast<char const*>(bytes),
+                            static_cast<std::size_t>(byteCount));
+      constexpr std::string_view kMark = "\xEF\xBB\xBF";
+      if (external && text.substr(0, kMark.size()) == kMark) text.remove_prefix(kMark.size());
+      return CreateFromUtf8(text);
     }
     case kCFStringEncodingUnicode: {
       UniChar mark = 0;

@@ -15,15 +15,17 @@ union XmlNodeInfo {
 
 struct __CFXMLNode final : CFObject {
   // Takes over one reference on the string, as on all that is put in later.
-  __CFXMLNode(CFXMLNodeTypeCode kind, CFStringRef text) : type(kind), string(text) {
+  __CFXMLNode(CFXMLNodeTypeCode kind, CFStringRef text)
+      : type(static_cast<unsigned char>(kind)), string(text) {
     info.element = {};
   }
   ~__CFXMLNode() override;
 
-  CFXMLNodeTypeCode const type;
-  CFStringRef string;  // or null
+  // One byte each, which have room within the head of the object: there are many nodes.
+  unsigned char const type;  // a CFXMLNodeTypeCode
   bool hasInfo = false;
-  XmlNodeInfo info;  // zeroes if not `hasInfo`
+  CFStringRef const string;  // or null
+  XmlNodeInfo info;          // zeroes if not `hasInfo`
 };
 
 // Children are linked from the first to the last. The one that was asked for last is kept at hand,
@@ -44,7 +46,7 @@ struct __CFTree final : CFObject {
   CFTreeRef firstChild = nullptr;
   CFTreeRef lastChild = nullptr;
   CFTreeRef nextSibling = nullptr;
-  CFIndex childCount = 0;
   CFTreeRef recentChild = nullptr;
   CFIndex recentIndex = 0;
+  CFIndex childCount = 0;
 };

@@ -11,15 +11,16 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/CFDictionaryObject.h"
 #include "platform/linux/CFStringObject.h"
 #include "platform/linux/CFXMLObjects.h"
 #include "platform/linux/Handles.h"
+#include "platform/linux/ObjectStore.h"
 #include "platform/linux/XmlText.h"
 
 namespace {
 
 constexpr std::size_t kMostLevels = 1024;
-constexpr std::string_view kSpace = " \t\r\n";
 
 // What was made, unless memory ran out.
 template <class Object>
@@ -28,54 +29,61 @@ Object* Made(Object* object) {
   return object;
 }
 
-CFStringRef CreateString(std::string_view text) {
-  return Made(CFStringCreateWithBytes(nullptr, reinterpret_cast<UInt8 const*>(text.data()),
-                                      static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8,
-                                      false));
+// The place of the first character that is space or one of `others`; the length if there is none.
+template <char... others>
+std::size_t FindSpaceOr(std::string_view text) {
+  static constexpr auto kStops = [] {
+    std::array<bool, 256> stops = {};
+    for (char const stop : {' ', '\t', '\r', '\n', others...}) {
+      stops[static_cast<unsigned char>(stop)] = true;
+    }
+    return stops;
+  }();
+  std::size_t at = 0;
+  while (at < text.size() && !kStops[static_cast<unsigned char>(text[at])]) ++at;
+  return at;
 }
 
-// The text with its line ends as line feeds.
-CFStringRef CreateWithLineFeeds(std::string_view text) {
-  if (text.find('\r') == std::string_view::npos) return CreateString(text);
-  std::string lines;
-  lines.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    bool const pair = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
-    if (!pair) lines += text[i] == '\r' ? '\n' : text[i];
-  }
-  return CreateString(lines);
+bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Where the text goes on behind the space at its start; the length if it is all space.
+std::size_t SkipSpace(std::string_view text) {
+  std::size_t at = 0;
+  while (at < text.size() && IsSpace(text[at])) ++at;
+  return at;
 }
 
 // Whether the text begins as that of a document does. expat would find another encoding in other
 // first bytes, whatever it is told.
 bool BeginsPlainly(std::string_view text) {
-  return text.size() > 1 && (text[0] == '<' || kSpace.find(text[0]) != kSpace.npos) &&
-         text[1] != '\0';
+  return text.size() > 1 && (text[0] == '<' || IsSpace(text[0])) && text[1] != '\0';
 }
 
-// Names come again and again: those that came last are kept, one a place, so that most need not be
-// made anew.
-class NameCache {
+// Strings of one document, in its store. Throws std::bad_alloc.
+class Strings {
  public:
-  NameCache() = default;
-  NameCache(NameCache const&) = delete;
-  NameCache& operator=(NameCache const&) = delete;
-  ~NameCache() {
-    for (CFStringRef name : m_names) {
-      if (name != nullptr) name->Release();
+  explicit Strings(ObjectStore& store) : m_store(store) {}
+
+  CFStringRef Text(std::string_view text) { return Made(CreateFromUtf8(text, &m_store)); }
+
+  // With its line ends as line feeds.
+  CFStringRef TextWithLineFeeds(std::string_view text) {
+    if (text.find('\r') == std::string_view::npos) return Text(text);
+    std::string lines;
+    lines.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      bool const pair = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
+      if (!pair) lines += text[i] == '\r' ? '\n' : text[i];
     }
+    return Text(lines);
   }
 
-  // A string for the name, with a reference for the caller.
-  CFStringRef Create(std::string_view name) {
-    CFStringRef& kept = m_names[PlaceOf(name)];
-    if (kept == nullptr || !Holds(kept, name)) {
-      CFStringRef const made = CreateString(name);
-      if (kept != nullptr) kept->Release();
-      kept = made;
-    }
-    kept->Retain();
-    return kept;
+  // Names come again and again: those that came last are at hand, one a place, so that most need
+  // not be made anew.
+  CFStringRef Name(std::string_view name) {
+    CFStringRef& recent = m_names[PlaceOf(name)];
+    if (recent == nullptr || !Holds(recent, name)) recent = Text(name);
+    return recent;
   }
 
  private:
@@ -91,16 +99,19 @@ class NameCache {
            std::memcmp(string->Narrow(), name.data(), name.size()) == 0;
   }
 
+  ObjectStore& m_store;
   std::array<CFStringRef, kPlaces> m_names = {};
 };
 
-// Builds the tree of one document while expat reads it.
+// Builds the tree of one document, in a store, while expat reads it.
 class TreeBuilder {
  public:
-  TreeBuilder(std::string_view text, CFTreeRef document) : m_text(text), m_open{document} {}
+  TreeBuilder(std::string_view text, ObjectStore& store)
+      : m_text(text), m_store(store), m_strings(store) {}
 
-  // Whether the document is well formed, up to a document type. Throws std::bad_alloc.
-  bool Build();
+  // The tree, which holds the reference that the store begins with; null if the document is not
+  // well formed, up to a document type. Throws std::bad_alloc.
+  CFTreeRef Build();
 
  private:
   using Handler = void (TreeBuilder::*)();
@@ -153,12 +164,16 @@ class TreeBuilder {
 
   CFDictionaryRef CreateAttributes(std::string_view tag);
 
-  // Adds a node to the element that is open. What it holds is made after it, so that all goes with
-  // the tree if something fails.
-  __CFXMLNode& Add(CFXMLNodeTypeCode type);
+  CFTreeRef Make(CFXMLNodeTypeCode type, CFStringRef string);
+
+  // Adds a node to the element that is open.
+  __CFXMLNode& Add(CFXMLNodeTypeCode type, CFStringRef string) {
+    CFTreeRef const tree = Make(type, string);
+    m_open.back()->Append(tree);
+    return *const_cast<__CFXMLNode*>(tree->node);
+  }
   void Add(CFXMLNodeTypeCode type, std::string_view text) {
-    __CFXMLNode& node = Add(type);
-    node.string = CreateWithLineFeeds(text);
+    Add(type, m_strings.TextWithLineFeeds(text));
   }
 
   enum class End { None, DocumentType, TooDeep, OutOfMemory };
@@ -168,21 +183,27 @@ class TreeBuilder {
   }
 
   std::string_view const m_text;
+  ObjectStore& m_store;
+  Strings m_strings;
   XmlParserHandle m_parser;
   End m_end = End::None;
   std::size_t m_textStart = 0;    // behind the last markup
   std::size_t m_section = 0;      // where the CDATA section that is open begins
   std::vector<CFTreeRef> m_open;  // the document and the elements that are open
-  NameCache m_names;
   std::vector<void const*> m_keys;
   std::vector<void const*> m_values;
 };
 
-bool TreeBuilder::Build() {
-  if (!BeginsPlainly(m_text)) return false;
+CFTreeRef TreeBuilder::Build() {
+  if (!BeginsPlainly(m_text)) return nullptr;
+  CFTreeRef const document = Make(kCFXMLNodeTypeDocument, CFSTR(""));
+  auto& node = *const_cast<__CFXMLNode*>(document->node);
+  node.hasInfo = true;
+  node.info.document = {nullptr, kCFStringEncodingUTF8};
   m_open.reserve(1 + kMostLevels);
+  m_open.push_back(document);
   m_parser = XmlParserHandle(XML_ParserCreate("UTF-8"));
-  if (!m_parser) return false;
+  if (!m_parser) return nullptr;
   XML_Parser const parser = m_parser.Get();
   XML_SetUserData(parser, this);
   // As if declarations might stand elsewhere: so references to what is not declared are in order.
@@ -197,7 +218,7 @@ bool TreeBuilder::Build() {
   XML_SetCdataSectionHandler(parser, Call<&TreeBuilder::StartSection>,
                              Call<&TreeBuilder::EndSection>);
   XML_SetStartDoctypeDeclHandler(parser, DocumentType);
-  return Feed();
+  return Feed() ? document : nullptr;
 }
 
 // A piece that brings no markup to its end is read again with the next one. So pieces grow until
@@ -224,15 +245,9 @@ bool TreeBuilder::Feed() {
   return true;
 }
 
-__CFXMLNode& TreeBuilder::Add(CFXMLNodeTypeCode type) {
-  CFXMLNodeRef const node = Made(MakeCFObject<__CFXMLNode>(0, type, nullptr));
-  CFTreeRef const tree = MakeCFObject<__CFTree>(0, node);
-  if (tree == nullptr) {
-    CFRelease(node);
-    throw std::bad_alloc();
-  }
-  m_open.back()->Append(tree);
-  return *node;
+CFTreeRef TreeBuilder::Make(CFXMLNodeTypeCode type, CFStringRef string) {
+  CFXMLNodeRef const node = Made(m_store.Make<__CFXMLNode>(0, type, string));
+  return Made(m_store.Make<__CFTree>(0, node));
 }
 
 void TreeBuilder::TakeText(std::size_t end) {
@@ -249,13 +264,12 @@ void TreeBuilder::TakeText(std::size_t end) {
 }
 
 void TreeBuilder::AddText(std::string_view text) {
-  if (text.find_first_not_of(kSpace) == std::string_view::npos) return;
+  if (SkipSpace(text) == text.size()) return;
   Add(kCFXMLNodeTypeText, text);
 }
 
 void TreeBuilder::AddReference(std::string_view name) {
-  __CFXMLNode& node = Add(kCFXMLNodeTypeEntityReference);
-  node.string = m_names.Create(name);
+  __CFXMLNode& node = Add(kCFXMLNodeTypeEntityReference, m_strings.Name(name));
   node.hasInfo = true;
   node.info.entityReference.entityType =
       name.front() == '#' ? kCFXMLEntityTypeCharacter : kCFXMLEntityTypeParsedInternal;
@@ -264,9 +278,8 @@ void TreeBuilder::AddReference(std::string_view name) {
 void TreeBuilder::StartElement() {
   std::string_view const tag = NextMarkup();
   if (m_open.size() > kMostLevels) return Stop(End::TooDeep);
-  std::string_view const name = tag.substr(1, tag.find_first_of(" \t\r\n/>") - 1);
-  __CFXMLNode& node = Add(kCFXMLNodeTypeElement);
-  node.string = m_names.Create(name);
+  std::string_view const name = tag.substr(1, FindSpaceOr<'/', '>'>(tag.substr(1)));
+  __CFXMLNode& node = Add(kCFXMLNodeTypeElement, m_strings.Name(name));
   node.hasInfo = true;
   node.info.element.isEmpty = tag[tag.size() - 2] == '/';
   node.info.element.attributes = CreateAttributes(tag.substr(1 + name.size()));
@@ -280,51 +293,36 @@ void TreeBuilder::EndElement() {
 
 // Of what follows the name in a tag: null if there are no attributes.
 CFDictionaryRef TreeBuilder::CreateAttributes(std::string_view tag) {
-  struct ReleaseAll {
-    std::vector<void const*>& objects;
-    ~ReleaseAll() {
-      for (void const* object : objects) {
-        if (object != nullptr) CFRelease(object);
-      }
-      objects.clear();
-    }
-  };
-  ReleaseAll const keys{m_keys};
-  ReleaseAll const values{m_values};
-
+  m_keys.clear();
+  m_values.clear();
   for (;;) {
-    std::size_t const start = tag.find_first_not_of(kSpace);
-    if (tag[start] == '/' || tag[start] == '>') break;
-    tag.remove_prefix(start);
-    std::string_view const name = tag.substr(0, tag.find_first_of(" \t\r\n="));
-    std::size_t const quote = tag.find_first_of("\"'", name.size());
+    tag.remove_prefix(SkipSpace(tag));
+    if (tag.front() == '/' || tag.front() == '>') break;
+    std::string_view const name = tag.substr(0, FindSpaceOr<'='>(tag));
+    std::size_t quote = name.size();
+    while (tag[quote] != '"' && tag[quote] != '\'') ++quote;
     std::size_t const end = tag.find(tag[quote], quote + 1);
-    m_keys.push_back(nullptr);
-    m_keys.back() = m_names.Create(name);
-    m_values.push_back(nullptr);
-    m_values.back() = CreateString(tag.substr(quote + 1, end - quote - 1));
+    m_keys.push_back(m_strings.Name(name));
+    m_values.push_back(m_strings.Text(tag.substr(quote + 1, end - quote - 1)));
     tag.remove_prefix(end + 1);
   }
   if (m_keys.empty()) return nullptr;
-  return Made(CFDictionaryCreate(nullptr, m_keys.data(), m_values.data(),
-                                 static_cast<CFIndex>(m_keys.size()),
-                                 &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+  return Made(CreateStoredDictionary(m_store, m_keys.data(), m_values.data(), m_keys.size()));
 }
 
 void TreeBuilder::AddInstruction(std::string_view target, std::string_view data) {
-  __CFXMLNode& node = Add(kCFXMLNodeTypeProcessingInstruction);
-  node.string = m_names.Create(target);
+  __CFXMLNode& node = Add(kCFXMLNodeTypeProcessingInstruction, m_strings.Name(target));
   node.hasInfo = true;
-  node.info.processingInstruction.dataString = CreateWithLineFeeds(data);
+  node.info.processingInstruction.dataString = m_strings.TextWithLineFeeds(data);
 }
 
 // What stands between "<?" and "?>", in its two parts.
 struct Instruction {
   explicit Instruction(std::string_view markup) {
     markup = markup.substr(2, markup.size() - 4);
-    target = markup.substr(0, markup.find_first_of(kSpace));
+    target = markup.substr(0, FindSpaceOr<>(markup));
     markup.remove_prefix(target.size());
-    data = markup.substr(std::min(markup.find_first_not_of(kSpace), markup.size()));
+    data = markup.substr(SkipSpace(markup));
   }
   std::string_view target;
   std::string_view data;
@@ -377,31 +375,21 @@ void TreeBuilder::DocumentType(void* builder, XML_Char const* name, XML_Char con
   }
 }
 
-CFXMLTreeRef CreateDocument() {
-  CFXMLDocumentInfo const info = {nullptr, kCFStringEncodingUTF8};
-  CFXMLNodeRef const node = CFXMLNodeCreate(nullptr, kCFXMLNodeTypeDocument, CFSTR(""), &info, 1);
-  if (node == nullptr) return nullptr;
-  CFXMLTreeRef const document = CFXMLTreeCreateWithNode(nullptr, node);
-  CFRelease(node);
-  return document;
-}
-
 }  // namespace
 
 CFXMLTreeRef CFXMLTreeCreateFromData(CFAllocatorRef, CFDataRef data, CFURLRef,
                                      CFOptionFlags options, CFIndex) {
   if (options != kCFXMLParserSkipWhitespace) return nullptr;
-  CFXMLTreeRef const document = CreateDocument();
-  if (document == nullptr) return nullptr;
+  auto* const store = MakeCFObject<ObjectStore>(0);
+  if (store == nullptr) return nullptr;
   try {
     XmlText text;
     if (text.Read({reinterpret_cast<char const*>(CFDataGetBytePtr(data)),
-                   static_cast<std::size_t>(CFDataGetLength(data))}) &&
-        TreeBuilder(text.Text(), document).Build()) {
-      return document;
+                   static_cast<std::size_t>(CFDataGetLength(data))})) {
+      if (CFTreeRef const document = TreeBuilder(text.Text(), *store).Build()) return document;
     }
   } catch (...) {
   }
-  CFRelease(document);
+  store->Release();
   return nullptr;
 }

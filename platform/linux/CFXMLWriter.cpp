@@ -143,8 +143,8 @@ bool TreeWriter::Put(CFStringRef string) {
   return converted == string->length;
 }
 
-// The reference for a character that has one, else null.
-char const* ReferenceFor(UniChar unit) {
+// The reference for a character that has one, else nothing.
+std::string_view ReferenceFor(UniChar unit) {
   switch (unit) {
     case '&':
       return "&amp;";
@@ -157,29 +157,29 @@ char const* ReferenceFor(UniChar unit) {
     case '"':
       return "&quot;";
     default:
-      return nullptr;
+      return {};
   }
 }
 
+// The string itself where there is nothing to escape; `units` are its own.
 template <class Unit>
-CFStringRef CreateEscaped(Unit const* units, CFIndex length, bool wide) {
-  CFIndex escapedLength = length;
-  for (CFIndex i = 0; i < length; ++i) {
-    char const* const reference = ReferenceFor(UnitOf(units[i]));
-    if (reference != nullptr) {
-      escapedLength += static_cast<CFIndex>(std::char_traits<char>::length(reference)) - 1;
-    }
+CFStringRef CreateEscaped(CFStringRef string, Unit const* units) {
+  CFIndex added = 0;
+  for (CFIndex i = 0; i < string->length; ++i) {
+    std::string_view const reference = ReferenceFor(UnitOf(units[i]));
+    if (!reference.empty()) added += static_cast<CFIndex>(reference.size()) - 1;
   }
-  __CFString* const escaped = AllocateString(escapedLength, wide);
+  if (added == 0) {
+    string->Retain();
+    return string;
+  }
+  __CFString* const escaped = AllocateString(string->length + added, string->wide);
   if (escaped == nullptr) return nullptr;
   auto* out = reinterpret_cast<Unit*>(escaped->Narrow());
-  for (CFIndex i = 0; i < length; ++i) {
-    char const* reference = ReferenceFor(UnitOf(units[i]));
-    if (reference == nullptr) {
-      *out++ = units[i];
-    } else {
-      while (*reference != '\0') *out++ = static_cast<Unit>(static_cast<UInt8>(*reference++));
-    }
+  for (CFIndex i = 0; i < string->length; ++i) {
+    std::string_view const reference = ReferenceFor(UnitOf(units[i]));
+    if (reference.empty()) *out++ = units[i];
+    for (char const c : reference) *out++ = static_cast<Unit>(c);
   }
   return escaped;
 }
@@ -200,6 +200,6 @@ CFDataRef CFXMLTreeCreateXMLData(CFAllocatorRef allocator, CFXMLTreeRef tree) {
 CFStringRef CFXMLCreateStringByEscapingEntities(CFAllocatorRef, CFStringRef string,
                                                 CFDictionaryRef entities) {
   if (entities != nullptr) return nullptr;
-  return string->wide ? CreateEscaped(string->Wide(), string->length, true)
-                      : CreateEscaped(string->Narrow(), string->length, false);
+  return string->wide ? CreateEscaped(string, string->Wide())
+                      : CreateEscaped(string, string->Narrow());
 }

@@ -3,18 +3,24 @@
 #include <cstddef>
 #include <cstdlib>
 
-// The linker's --wrap=malloc leads the library's calls of malloc here, too.
+// The linker's --wrap leads the library's calls of malloc here, and of the allocator of its
+// objects, where it has one.
 extern "C" void* __real_malloc(std::size_t size);
+extern "C" [[gnu::weak]] void* __real_mi_malloc(std::size_t size);
 
 namespace {
 
 // Calls left until one fails; 0 when none shall, or when it has.
 thread_local int callsLeft = 0;
 
+bool Fails() { return callsLeft > 0 && --callsLeft == 0; }
+
 }  // namespace
 
-extern "C" void* __wrap_malloc(std::size_t size) {
-  return callsLeft > 0 && --callsLeft == 0 ? nullptr : __real_malloc(size);
+extern "C" void* __wrap_malloc(std::size_t size) { return Fails() ? nullptr : __real_malloc(size); }
+
+extern "C" void* __wrap_mi_malloc(std::size_t size) {
+  return Fails() ? nullptr : __real_mi_malloc(size);
 }
 
 FailingAllocation::FailingAllocation(int nth) { callsLeft = nth; }

@@ -25,7 +25,7 @@ CF_INSIDE CFArrayCallBacks const kCFTypeArrayCallBacks;
 CF_INSIDE CFArrayRef CFArrayCreate(CFAllocatorRef allocator, void const** values, CFIndex count,
                                    CFArrayCallBacks const* callBacks);
 
-// An empty array that grows without bound; `capacity` is ignored.
+// An empty array that grows without bound; `capacity` is a guess at its size.
 CF_INSIDE CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                                  CFArrayCallBacks const* callBacks);
 

@@ -45,7 +45,7 @@ CF_INSIDE CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, void cons
                                              CFDictionaryKeyCallBacks const* keyCallBacks,
                                              CFDictionaryValueCallBacks const* valueCallBacks);
 
-// An empty dictionary that grows without bound; `capacity` is ignored.
+// An empty dictionary that grows without bound; `capacity` is a guess at its size.
 CF_INSIDE CFMutableDictionaryRef CFDictionaryCreateMutable(
     CFAllocatorRef allocator, CFIndex capacity, CFDictionaryKeyCallBacks const* keyCallBacks,
     CFDictionaryValueCallBacks const* valueCallBacks);

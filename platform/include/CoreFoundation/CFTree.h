@@ -7,7 +7,7 @@
 typedef struct __CFTree* CFTreeRef;
 
 // Makes `newChild`, which must not stand in any tree yet, the last child of `tree`, which retains
-// it. Takes constant time and never fails.
+// it, and which must not come from a document. Takes constant time and never fails.
 CF_INSIDE void CFTreeAppendChild(CFTreeRef tree, CFTreeRef newChild);
 
 // The number of children.

@@ -50,8 +50,8 @@ CF_INSIDE CFXMLTreeRef CFXMLTreeCreateFromData(CFAllocatorRef allocator, CFDataR
 // reference is its name between "&" and ";".
 CF_INSIDE CFDataRef CFXMLTreeCreateXMLData(CFAllocatorRef allocator, CFXMLTreeRef tree);
 
-// A copy of `string` in which &amp; &lt; &gt; &apos; and &quot; stand for their characters.
-// `entities` must be null. Null when memory runs out.
+// A string like `string` in which &amp; &lt; &gt; &apos; and &quot; stand for their characters; it
+// may be `string` itself. `entities` must be null. Null when memory runs out.
 CF_INSIDE CFStringRef CFXMLCreateStringByEscapingEntities(CFAllocatorRef allocator,
                                                           CFStringRef string,
                                                           CFDictionaryRef entities);
