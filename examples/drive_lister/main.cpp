@@ -19,7 +19,7 @@ std::string Shown(CUSharedPtr<CUStringMac> string) {
   char const* const text = string == nullptr ? nullptr : static_cast<char const*>(*string);
   std::string shown = text == nullptr || *text == '\0' ? "-" : text;
   for (char& unit : shown) {
-    if ((unit >= 0 && unit < ' ') || unit == '\x7f') unit = '?';
+    if (static_cast<unsigned char>(unit) < ' ' || unit == '\x7f') unit = '?';
   }
   return shown;
 }

@@ -64,7 +64,7 @@ int main(int argc, char** argv) try {
     double const total = std::accumulate(seconds.begin(), seconds.end(), 0.0);
     std::string shown = kind.empty() ? "-" : kind;
     std::replace_if(
-        shown.begin(), shown.end(), [](char c) { return c >= 0 && c < ' '; }, ' ');
+        shown.begin(), shown.end(), [](unsigned char c) { return c < ' '; }, ' ');
     std::printf("%4zu %11.3f %11.3f %11.3f  %s\n", seconds.size(), total,
                 total / static_cast<double>(seconds.size()),
                 *std::max_element(seconds.begin(), seconds.end()), shown.c_str());

@@ -181,13 +181,27 @@ OSErr Transfer(FSIORefNum number, UInt16 mode, SInt64 offset, ByteCount count, B
   return status;
 }
 
+// Writes where the file ends by then, and leaves the system's own offset behind it.
+ssize_t WriteAtEnd(int descriptor, iovec const& piece) {
+  ssize_t const moved = pwritev2(descriptor, &piece, 1, -1, RWF_APPEND);
+  if (moved >= 0 || errno != EOPNOTSUPP) return moved;
+  // Kernels before 4.16 and some emulators lack the call, and know it as a mode of the open file.
+  int const flags = fcntl(descriptor, F_GETFL);
+  if (flags == -1 || fcntl(descriptor, F_SETFL, flags | O_APPEND) != 0) return -1;
+  ssize_t const written = writev(descriptor, &piece, 1);
+  int const error = errno;
+  fcntl(descriptor, F_SETFL, flags);
+  errno = error;
+  return written;
+}
+
 // Each piece goes to where the fork ends as it is written, so that writers who do not know of each
 // other never write over what the other one has just appended.
 OSErr Append(FSIORefNum number, ByteCount count, void const* buffer, ByteCount* actual) {
   ByteCount appended = 0;
   auto const append = [&](ByteCount done, ByteCount size, SInt64) {
     iovec const piece = {const_cast<char*>(static_cast<char const*>(buffer)) + done, size};
-    ssize_t const moved = pwritev2(DescriptorOf(number), &piece, 1, -1, RWF_APPEND);
+    ssize_t const moved = WriteAtEnd(DescriptorOf(number), piece);
     if (moved > 0) appended = done + static_cast<ByteCount>(moved);
     return moved;
   };

@@ -1,20 +1,16 @@
 #include <CoreServices/Files.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <vector>
 
+#include "tests/support/DeniedCall.h"
 #include "tests/support/DirectoryReads.h"
 #include "tests/support/Files.h"
 #include "tests/support/InChild.h"
@@ -41,17 +37,6 @@ OSErr Rename(std::string const& path, std::u16string const& name, FSRef* renamed
   FSRef const ref = RefTo(path);
   std::vector<UniChar> const units(name.begin(), name.end());
   return FSRenameUnicode(&ref, units.size(), units.data(), 0xFFFF, renamed);
-}
-
-// As on a kernel, or a file system, that cannot rename without replacing.
-bool DenyRenameat2(unsigned error) {
-  sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-  sock_fprog const filter = {4, program};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
 // Every name with its node flags, read `atOnce` entries a call, and the status that ended it.
@@ -126,13 +111,16 @@ TEST_F(Catalog, RefersToALinkItselfAndDeletesNoMore) {
 }
 
 TEST_F(Catalog, NeverReplacesByRenaming) {
-  auto const work = [this](unsigned denied) {
+  std::string const noDenial = "a kernel without the call is not tried, as no call can be denied";
+  std::string skipped;
+  auto const work = [&](unsigned denied) {
     std::string faults;
     auto const expect = [&](auto const& actual, auto const& expected, std::string const& of) {
       if (actual != expected) faults += of + ", ";
     };
     Fill();
-    if (denied != 0 && !DenyRenameat2(denied)) return "no filter"s;
+    // As on a kernel, or a file system, that cannot rename without replacing.
+    if (denied != 0 && !DenyCall(SYS_renameat2, denied)) return noDenial;
     for (std::string const from : {"file", "dir", "to-dir", "to-none"}) {
       for (std::u16string const& to : {u"file"s, u"dir"s, u"full"s, u"to-file"s, u"to-none"s}) {
         bool const isOwn = std::string(to.begin(), to.end()) == from;
@@ -163,15 +151,19 @@ TEST_F(Catalog, NeverReplacesByRenaming) {
     return faults + to_string(std::distance(fs::directory_iterator(root), {})) +
            (mounts ? " left" : " left, no mounts");
   };
-  bool mounts = true;
   for (unsigned const denied : {0u, unsigned{EINVAL}, unsigned{ENOSYS}}) {
     std::string const told = InChild([&] { return work(denied); });
-    EXPECT_EQ(told.substr(0, 6), "5 left") << told << denied;
-    mounts = mounts && told.size() == 6;
+    if (told == "5 left, no mounts") {
+      skipped = "no entry is mounted on, as this user may not mount";
+    } else if (told == noDenial) {
+      skipped = told;
+    } else {
+      EXPECT_EQ(told, "5 left") << denied;
+    }
     fs::remove_all(root);
     fs::create_directory(root);
   }
-  if (!mounts) GTEST_SKIP() << "no entry is mounted on, as this user may not mount";
+  if (!skipped.empty()) GTEST_SKIP() << skipped;
 }
 
 TEST_F(Catalog, TellsSizesKindsDatesAndVolumes) {

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/DeniedCall.h"
 #include "tests/support/FailingAllocation.h"
 #include "tests/support/Files.h"
 #include "tests/support/InChild.h"
@@ -332,6 +333,24 @@ TEST_F(Files, TransfersAtEveryModeAndKeepsTheMark) {
   EXPECT_EQ(Write(fork, fsAtMark, -9, "z"), "0 1");
   EXPECT_EQ(Mark(fork), 4);
   EXPECT_EQ(ReadFile(root + "/file"), std::string("0xyz456789AB\0C", 14));
+}
+
+// Red when an append fails there, goes over another's, or turns what follows into appends.
+TEST_F(Files, AppendsWhereTheKernelHasNoCallForIt) {
+  WriteFile(root + "/file", "0123");
+  std::string const told = InChild([&] {
+    FSIORefNum other = 0;
+    if (!DenyCall(SYS_pwritev2, ENOSYS)) return "no call can be denied"s;
+    std::string done = Joined({Open(root + "/file", fsRdWrPerm, &fork)});
+    done += " " + Joined({Open(root + "/file", fsRdWrPerm, &other)});
+    done += ", " + Write(fork, fsFromLEOF, 0, "A");
+    done += ", " + Write(other, fsFromLEOF, 0, "BC");
+    done += ", " + Joined({Mark(fork), Mark(other)});
+    return done + ", " + Write(fork, fsFromStart, 1, "x");
+  });
+  if (told == "no call can be denied") GTEST_SKIP() << told;
+  EXPECT_EQ(told, "0 0, 0 1, 0 2, 5 7, 0 1");
+  EXPECT_EQ(ReadFile(root + "/file"), "0x23ABC");
 }
 
 TEST_F(Files, ResizesAndPullsTheMarkBackToTheEnd) {
