@@ -3,25 +3,22 @@
 #include <cstddef>
 #include <cstdlib>
 
-// The linker's --wrap leads the library's calls of malloc here, and of the allocator of its
-// objects, where it has one.
+// The linker's --wrap leads the library's calls of malloc here, too, and of the allocator of its
+// objects, where it has one: its blocks come from malloc then, so that all memory is seen.
 extern "C" void* __real_malloc(std::size_t size);
-extern "C" [[gnu::weak]] void* __real_mi_malloc(std::size_t size);
 
 namespace {
 
 // Calls left until one fails; 0 when none shall, or when it has.
 thread_local int callsLeft = 0;
 
-bool Fails() { return callsLeft > 0 && --callsLeft == 0; }
-
 }  // namespace
 
-extern "C" void* __wrap_malloc(std::size_t size) { return Fails() ? nullptr : __real_malloc(size); }
-
-extern "C" void* __wrap_mi_malloc(std::size_t size) {
-  return Fails() ? nullptr : __real_mi_malloc(size);
+extern "C" void* __wrap_malloc(std::size_t size) {
+  return callsLeft > 0 && --callsLeft == 0 ? nullptr : __real_malloc(size);
 }
+extern "C" void* __wrap_mi_malloc(std::size_t size) { return __wrap_malloc(size); }
+extern "C" void __wrap_mi_free(void* block) { std::free(block); }
 
 FailingAllocation::FailingAllocation(int nth) { callsLeft = nth; }
 
