@@ -78,10 +78,12 @@ class QUILLMERE_API CUSharedPtr {
   // The last pointer sees that it is, and needs no atomic subtraction.
   static void Release(T* object) noexcept {
     CUObject& counted = *object;
-    if (counted.m_refCount.load(std::memory_order_acquire) == 1 ||
-        counted.m_refCount.fetch_sub(1) <= 1) {
-      delete &counted;
+    if (counted.m_refCount.load(std::memory_order_acquire) == 1) {
+      counted.m_refCount.store(0, std::memory_order_relaxed);
+    } else if (counted.m_refCount.fetch_sub(1) > 1) {
+      return;
     }
+    delete &counted;
   }
 
   T* m_ptr;

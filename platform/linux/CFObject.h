@@ -31,10 +31,12 @@ class CFObject {
   void Release() const {
     if (m_life == Life::Counted) {
       // Whoever holds the only reference needs no atomic subtraction.
-      if (m_references.load(std::memory_order_acquire) == 1 ||
-          m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        delete this;
+      if (m_references.load(std::memory_order_acquire) == 1) {
+        m_references.store(0, std::memory_order_relaxed);
+      } else if (m_references.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+        return;
       }
+      delete this;
     } else if (m_life == Life::Stored) {
       Store()->Release();
     }
