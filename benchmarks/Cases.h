@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "QuillmereLib/strings/CUStringMac.h"
+
 // Registers a case, named theme/case/peer, of which each iteration is one call. What the call
 // returns is kept alive, and destroyed, within the iteration.
 template <class Operation>
@@ -56,6 +58,14 @@ inline int RunCases(int argc, char** argv, void (*registerCases)()) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
   return 0;
+}
+
+// Texts of this library.
+inline CUStringMac Ours(std::string const& text) {
+  return CUStringMac(text.data(), static_cast<unsigned int>(text.size()), CUString_CharCode_UTF8);
+}
+inline CUSharedPtr<CUStringMac> SharedOurs(std::string const& text) {
+  return new CUStringMac(text.c_str(), CUString_CharCode_UTF8);
 }
 
 enum class Language { Ascii, German, Czech };

@@ -44,7 +44,7 @@ void RegisterMap(std::string const& group, std::string const& peer, Keys const& 
 void RegisterOurs(std::string const& group, Texts const& texts) {
   std::vector<Key> keys;
   for (std::string const& text : texts) {
-    keys.emplace_back(new CUStringMac(text.c_str(), CUString_CharCode_UTF8));
+    keys.push_back(SharedOurs(text));
   }
   RegisterMap(
       group, "quillmere", keys, [] { return std::make_unique<CUMutableDictionary>(); },

@@ -36,10 +36,6 @@ constexpr std::size_t kListedFiles = 10000;
 constexpr int kFolders = 100;
 constexpr int kFilesInFolder = 100;
 
-CUSharedPtr<CUStringMac> Ours(std::string const& text) {
-  return new CUStringMac(text.c_str(), CUString_CharCode_UTF8);
-}
-
 template <class Object>
 struct Unref {
   void operator()(Object* object) const { g_object_unref(object); }
@@ -64,8 +60,8 @@ using CopyOrMove = bool (*)(std::string const& from, std::string const& to);
 bool CopyOurs(std::string const& from, std::string const& to) {
   int calls = 0;
   _CopyProgress_Info progress = {GoOn, &calls, nullptr};
-  CUFileInfo file(Ours(from));
-  return file.CopyWithProgress(Ours(to), &progress, false) == CUResult_Success && calls > 0;
+  CUFileInfo file(SharedOurs(from));
+  return file.CopyWithProgress(SharedOurs(to), &progress, false) == CUResult_Success && calls > 0;
 }
 
 bool CopyByCp(std::string const& from, std::string const& to) {
@@ -147,8 +143,8 @@ void RegisterCopies() {
 bool MoveOurs(std::string const& from, std::string const& to) {
   int calls = 0;
   _CopyProgress_Info progress = {GoOn, &calls, nullptr};
-  CUFileInfo file(Ours(from));
-  return file.MoveWithProgress(Ours(to), &progress, false) == CUResult_Success;
+  CUFileInfo file(SharedOurs(from));
+  return file.MoveWithProgress(SharedOurs(to), &progress, false) == CUResult_Success;
 }
 
 // What must be asked for the same promises: the source can be read, the destination is free.
@@ -254,7 +250,7 @@ std::string const& ListedFolder() {
 void RegisterListings() {
   std::string const prefix = "files/list_10000/";
   MeasureChecked(prefix + "quillmere", kListedFiles, [] {
-    CUDirectoryInfo directory(Ours(ListedFolder()));
+    CUDirectoryInfo directory(SharedOurs(ListedFolder()));
     return std::size_t{directory.GetFiles()->Count()};
   });
   MeasureChecked(prefix + "readdir", kListedFiles,
@@ -312,7 +308,7 @@ void RegisterDeletion(std::string const& peer, Operation remove) {
 
 void RegisterDeletions() {
   RegisterDeletion("quillmere",
-                   [](std::string const& root) { CUDirectory::Delete(Ours(root), true); });
+                   [](std::string const& root) { CUDirectory::Delete(SharedOurs(root), true); });
   RegisterDeletion("std_remove_all", [](std::string const& root) { fs::remove_all(root); });
   RegisterDeletion("qdir", [](std::string const& root) {
     QDir(QString::fromStdString(root)).removeRecursively();

@@ -22,10 +22,6 @@ namespace {
 constexpr char const* kFormat = "%s took %d ms";
 constexpr char const* kFrame = "frame";
 
-CUSharedPtr<CUStringMac> Make(std::string const& text) {
-  return new CUStringMac(text.c_str(), CUString_CharCode_UTF8);
-}
-
 // What CULog's line takes at least: the same text, and a file opened, measured, written and closed.
 bool WritePlainLine(std::string const& path, int number) {
   std::time_t const now = std::time(nullptr);
@@ -67,8 +63,8 @@ Poco::Logger& MakePoco() {
 }
 
 void RegisterLines() {
-  CULog::InitializeWithName(Make(TheFolder().Path()), Make("run"), 3);
-  CUSharedPtr<CUStringMac> const format = Make(kFormat);
+  CULog::InitializeWithName(SharedOurs(TheFolder().Path()), SharedOurs("run"), 3);
+  CUSharedPtr<CUStringMac> const format = SharedOurs(kFormat);
   std::string const plain = TheFolder().File("plain.log");
   auto const spd = MakeSpdlog();
   Poco::Logger& poco = MakePoco();

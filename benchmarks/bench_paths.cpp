@@ -20,10 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-CUStringMac Ours(std::string const& text) {
-  return CUStringMac(text.data(), static_cast<unsigned int>(text.size()), CUString_CharCode_UTF8);
-}
-
 using PathOperation = CUResult (CUStringMac::*)(CUStringMac& result);
 
 // What each operation gives of the path's parts; the leading dot of an extension is Qt's and Poco's

@@ -26,7 +26,7 @@ constexpr std::size_t kGrownSize = std::size_t{8} << 20;
 struct OurFile {
   std::unique_ptr<CUFileStream> stream;
   explicit OurFile(std::string const& path, bool create = false) {
-    CUStringMac text(path.c_str(), CUString_CharCode_UTF8);
+    CUStringMac text = Ours(path);
     stream = std::make_unique<CUFileStream>(
         &text, create ? CUStream_FileMode_Create : CUStream_FileMode_Open,
         CUStream_FileAccess_ReadWrite, false);

@@ -19,10 +19,6 @@
 
 namespace {
 
-CUStringMac Ours(std::string const& text) {
-  return CUStringMac(text.data(), static_cast<unsigned int>(text.size()), CUString_CharCode_UTF8);
-}
-
 QString Detached(QString const& text) { return QString(text.constData(), text.size()); }
 
 using Collator = std::shared_ptr<UCollator>;

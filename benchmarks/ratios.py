@@ -12,9 +12,13 @@ faster) and, where one is set, the limit. The exit status is 1 if a limit is mis
 within one run mean anything: machines change their pace by more than any of these differences.
 """
 
+import collections
 import json
+import pathlib
 import re
 import sys
+
+OURS = "quillmere"
 
 # Case, peer and the greatest ratio to it. The first match counts.
 LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer, limit in [
@@ -59,6 +63,17 @@ LIMITS = [(re.compile(case + "$"), re.compile(peer + "$"), limit) for case, peer
 # Cases whose own time has a limit, in nanoseconds.
 TIME_LIMITS = {"logging/filtered": 50, "logging/start_end": 3000}
 
+UNITS = [("ns", 1), ("µs", 1e3), ("ms", 1e6), ("s", 1e9)]
+NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+# The library beside one peer, or by itself with a limit in nanoseconds: then `peer` is None, and
+# `ratio` the time that it has taken. `limit` is None where there is none.
+Row = collections.namedtuple("Row", "case ours peer time ratio limit")
+
+
+def is_missed(row):
+    return row.limit is not None and row.ratio > row.limit
+
 
 def limit_for(case, peer):
     for case_pattern, peer_pattern, limit in LIMITS:
@@ -67,42 +82,64 @@ def limit_for(case, peer):
     return None
 
 
-def read_medians(paths):
+def read_results(paths):
+    """What the benchmark programs have written, a file each."""
+    return [json.loads(pathlib.Path(path).read_text(encoding="utf-8")) for path in paths]
+
+
+def medians_of(results):
     """The medians in nanoseconds: {case: {peer: time}}. Processor time, unless a case is marked as
     one whose threads wait for each other."""
     cases = {}
-    for path in paths:
-        with open(path, encoding="utf-8") as file:
-            entries = json.load(file)["benchmarks"]
-        for entry in entries:
-            if entry.get("aggregate_name") != "median":
-                continue
-            if entry.get("error_occurred"):
-                sys.exit(f"{entry['name']}: {entry['error_message']}")
-            theme, case, peer, *marks = entry["run_name"].split("/")
-            time = entry["real_time" if "real_time" in marks else "cpu_time"]
-            cases.setdefault(f"{theme}/{case}", {})[peer] = time
+    for entry in (entry for result in results for entry in result["benchmarks"]):
+        if entry.get("error_occurred"):
+            sys.exit(f"{entry['name']}: {entry['error_message']}")
+        if entry.get("aggregate_name") != "median":
+            continue
+        theme, case, peer, *marks = entry["run_name"].split("/")
+        time = entry["real_time" if "real_time" in marks else "cpu_time"]
+        cases.setdefault(f"{theme}/{case}", {})[peer] = time * NANOSECONDS[entry["time_unit"]]
     return cases
 
 
-def main(paths):
-    missed = 0
-    print("| Case | ns | Peer | ns | Ratio | Limit | |")
-    print("|---|---:|---|---:|---:|---:|---|")
-    for case, times in sorted(read_medians(paths).items()):
-        ours = times.pop("quillmere")
+def rows_of(cases):
+    """All comparisons, in the order of their names. A filter may have left a case without the
+    library's own time: that has none."""
+    for case, times in sorted(cases.items()):
+        if OURS not in times:
+            continue
+        ours = times[OURS]
         if case in TIME_LIMITS:
-            limit = TIME_LIMITS[case]
-            missed += ours > limit
-            print(f"| {case} | {ours:.4g} | | | | {limit} ns | {'missed' if ours > limit else ''} |")
+            yield Row(case, ours, None, None, ours, TIME_LIMITS[case])
         for peer, time in sorted(times.items()):
-            ratio = ours / time
-            limit = limit_for(case, peer)
-            is_missed = limit is not None and ratio > limit
-            missed += is_missed
-            print(f"| {case} | {ours:.4g} | {peer} | {time:.4g} | {ratio:.2f} "
-                  f"| {'' if limit is None else limit} | {'missed' if is_missed else ''} |")
-    return 1 if missed else 0
+            if peer != OURS:
+                yield Row(case, ours, peer, time, ours / time, limit_for(case, peer))
+
+
+def time_text(nanoseconds):
+    """Three digits and a unit."""
+    for unit, size in reversed(UNITS):
+        if nanoseconds >= 0.9995 * size or unit == "ns":
+            value = nanoseconds / size
+            digits = 2 if value < 9.995 else 1 if value < 99.95 else 0
+            return f"{value:.{digits}f} {unit}"
+
+
+def cells_of(row):
+    """The columns of a row in a table: case, time, peer, time, ratio, limit."""
+    if row.peer is None:
+        return [row.case, time_text(row.ours), "", "", "", time_text(row.limit)]
+    return [row.case, time_text(row.ours), row.peer, time_text(row.time), f"{row.ratio:.2f}",
+            "" if row.limit is None else f"{row.limit:g}"]
+
+
+def main(paths):
+    rows = list(rows_of(medians_of(read_results(paths))))
+    print("| Case | Time | Peer | Time | Ratio | Limit | |")
+    print("|---|---:|---|---:|---:|---:|---|")
+    for row in rows:
+        print("| " + " | ".join([*cells_of(row), "missed" if is_missed(row) else ""]) + " |")
+    return 1 if any(map(is_missed, rows)) else 0
 
 
 if __name__ == "__main__":

@@ -98,12 +98,7 @@ CUSharedPtr<CUStringMac> CUArray::Description() {
   for (std::size_t i = 0; i < count; ++i) {
     text.Append("\t");
     CUSharedPtr<CUObject> const object = ObjectAtIndex(i);
-    CUSharedPtr<CUStringMac> const line = object != nullptr ? object->Description() : nullptr;
-    if (line != nullptr) {
-      text.Append(static_cast<__CFString const*>(*line));
-    } else {
-      text.Append("<NULL>");
-    }
+    text.AppendDescription(object.Get());
     text.Append(CU_NEWLINE_CHAR);
   }
   text.Append("}");

@@ -41,12 +41,7 @@ CUSharedPtr<CUStringMac> CUDictionary::Description() {
     text.Append("\tKey:");
     text.Append(static_cast<CFStringRef>(key));
     text.Append(",\tVal:");
-    CUSharedPtr<CUStringMac> const line = value != nullptr ? value->Description() : nullptr;
-    if (line != nullptr) {
-      text.Append(static_cast<CFStringRef>(*line));
-    } else {
-      text.Append("<NULL>");
-    }
+    text.AppendDescription(value.Get());
     text.Append(CU_NEWLINE_CHAR);
   }
   text.Append("}");

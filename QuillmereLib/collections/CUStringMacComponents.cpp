@@ -3,6 +3,8 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <utility>
+
 #include "QuillmereLib/collections/CUArray.h"
 #include "QuillmereLib/core/CFHolder.h"
 #include "QuillmereLib/strings/CUStringMac.h"
@@ -10,33 +12,42 @@
 CUResult CUStringMac::PathComponents(CUSharedPtr<CUArray>* components) {
   if (components == nullptr || m_string == nullptr) return CUResult_Failed;
   CUSharedPtr<CUMutableArray> const array = new CUMutableArray;
-  // Each piece is nobody else's: a constant, or lent by a list that ends with this operation.
-  auto const add = [&array](void const* piece) {
-    CUSharedPtr<CUStringMac> const component = new CUStringMac(nullptr, Adopted::yes);
-    component->m_string = static_cast<CFStringRef>(CFRetain(piece));
-    array->AddObject(component);
+  array->GetInternalArray()->reserve(8);  // as many as most paths have
+  // Takes over a piece that nothing else refers to; false for null.
+  auto const add = [&array](CFStringRef made) {
+    CFHolder<CFStringRef> piece(made);
+    if (!piece) return false;
+    CUSharedPtr<CUStringMac> component = new CUStringMac(nullptr, Adopted::yes);
+    component->m_string = piece.Release();
+    array->AddObject(std::move(component));
+    return true;
   };
 
-  CFIndex const length = CFStringGetLength(m_string);
-  CUStringMac const root(CFSTR("/"), Adopted::yes);  // constants are not counted
+  // Constants are not counted.
+  CFStringRef const slash = CFSTR("/");
+  CUStringMac const root(slash, Adopted::yes);
+  CFIndex end = CFStringGetLength(m_string);
   if (*this == root) {
-    add(CFSTR("/"));
-  } else if (length == 0) {
+    add(slash);
+  } else if (end == 0) {
     add(CFSTR(""));
   } else {
-    CFHolder<CFArrayRef> const pieces(
-        CFStringCreateArrayBySeparatingStrings(kCFAllocatorDefault, m_string, CFSTR("/")));
-    if (!pieces) return CUResult_Failed;
-    CFIndex first = 0;
-    CFIndex count = CFArrayGetCount(pieces.Get());
-    array->GetInternalArray()->reserve(static_cast<std::size_t>(count));
-    // The empty pieces before a leading slash and behind a trailing one are none.
-    if (CFStringFind(m_string, CFSTR("/"), 0).location == 0) {
-      add(CFSTR("/"));
-      first = 1;
+    CFIndex start = 0;
+    if (CFStringFindWithOptions(m_string, slash, CFRangeMake(0, 1), 0, nullptr)) {
+      add(slash);
+      start = 1;
     }
-    if (CFStringHasSuffix(m_string, CFSTR("/"))) --count;
-    for (CFIndex i = first; i < count; ++i) add(CFArrayGetValueAtIndex(pieces.Get(), i));
+    if (end > start && CFStringHasSuffix(m_string, slash)) --end;
+    for (;;) {
+      CFRange next = {end, 0};
+      CFStringFindWithOptions(m_string, slash, CFRangeMake(start, end - start), 0, &next);
+      CFRange const piece = {start, next.location - start};
+      if (!add(CFStringCreateWithSubstring(kCFAllocatorDefault, m_string, piece))) {
+        return CUResult_Failed;
+      }
+      if (next.location == end) break;
+      start = next.location + 1;
+    }
   }
   *components = array;
   return CUResult_Success;

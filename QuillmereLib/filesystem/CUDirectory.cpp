@@ -1,10 +1,8 @@
 #include "QuillmereLib/filesystem/CUDirectory.h"
 
-#include <CoreServices/CoreServices.h>
-
 #include <utility>
 
-#include "QuillmereLib/strings/CUStringMac.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 
 namespace {
 
@@ -19,9 +17,7 @@ bool CUDirectory::Exists(CUStringMac* path) {
   if (path == nullptr) return false;
   FSRef ref;
   Boolean isDirectory = false;
-  char const* const text = *path;
-  return FSPathMakeRef(reinterpret_cast<UInt8 const*>(text), &ref, &isDirectory) == noErr &&
-         isDirectory;
+  return MakeRef(*path, &ref, &isDirectory) && isDirectory;
 }
 
 bool CUDirectory::Exists(CUSharedPtr<CUStringMac> path) { return Exists(path.Get()); }

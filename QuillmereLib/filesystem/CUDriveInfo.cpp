@@ -10,7 +10,9 @@
 #include <new>
 
 #include "QuillmereLib/core/CFHolder.h"
+#include "QuillmereLib/core/CreateOrNull.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 
 namespace {
 
@@ -32,11 +34,6 @@ class RegistryHolder {
  private:
   io_object_t m_object;
 };
-
-bool MakeRef(CUStringMac& path, FSRef* ref) {
-  char const* const text = path;
-  return FSPathMakeRef(reinterpret_cast<UInt8 const*>(text), ref, nullptr) == noErr;
-}
 
 bool VolumeOf(FSRef const& ref, FSVolumeRefNum* volume) {
   FSCatalogInfo info;
@@ -107,19 +104,11 @@ CUDriveInfo::CUDriveInfo(CUSharedPtr<CUStringMac> path) : driveType(CUDriveType_
 }
 
 CUSharedPtr<CUDriveInfo> CUDriveInfo::CreateCUDriveInfo(CUStringMac& path) {
-  try {
-    return new CUDriveInfo(path);
-  } catch (...) {
-    return nullptr;
-  }
+  return CreateOrNull<CUDriveInfo>(path);
 }
 
 CUSharedPtr<CUDriveInfo> CUDriveInfo::CreateCUDriveInfo(CUSharedPtr<CUStringMac> path) {
-  try {
-    return new CUDriveInfo(path);
-  } catch (...) {
-    return nullptr;
-  }
+  return CreateOrNull<CUDriveInfo>(path);
 }
 
 bool CUDriveInfo::Init(CUStringMac* path) {

@@ -4,6 +4,7 @@
 #include <CoreServices/CoreServices.h>
 
 #include "QuillmereLib/core/ThrowErrorCode.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 #include "QuillmereLib/streams/CUFileStream.h"
 
 void CUFileStream::ClearMemberValue() {
@@ -22,9 +23,7 @@ void CUFileStream::Init(CUStringMac* path, CUStream_FileMode mode, CUStream_File
   // One look tells what CUDirectory::Exists and CUFile::Exists do.
   FSRef ref;
   Boolean isDirectory = false;
-  char const* const text = *path;
-  bool const fileExists =
-      FSPathMakeRef(reinterpret_cast<UInt8 const*>(text), &ref, &isDirectory) == noErr;
+  bool const fileExists = MakeRef(*path, &ref, &isDirectory);
   if (isDirectory) ThrowErrorCode(CUError_NotSupported);
   bool const readOnly = access == CUStream_FileAccess_Read;
   switch (mode) {
@@ -93,8 +92,7 @@ bool CUFileStream::OpenExistFileRefAndDataFork(CUStringMac* path, bool truncate,
                                                signed char permission) {
   if (path == nullptr) return false;
   FSRef ref;
-  char const* const text = *path;
-  if (FSPathMakeRef(reinterpret_cast<UInt8 const*>(text), &ref, nullptr) != noErr) return false;
+  if (!MakeRef(*path, &ref)) return false;
   return OpenDataFork(&ref, truncate, permission);
 }
 
@@ -109,12 +107,7 @@ bool CUFileStream::OpenNewFileRefAndDataFork(CUStringMac* path, signed char perm
 
   FSRef folderRef;
   Boolean isDirectory = false;
-  char const* const folderText = folder;
-  if (FSPathMakeRef(reinterpret_cast<UInt8 const*>(folderText), &folderRef, &isDirectory) !=
-          noErr ||
-      isDirectory != 1) {
-    return false;
-  }
+  if (!MakeRef(folder, &folderRef, &isDirectory) || isDirectory != 1) return false;
 
   HFSUniStr255 fileName = {};
   if (CUStringMac::GetUnicodeFileName(name, &fileName) != CUResult_Success) return false;

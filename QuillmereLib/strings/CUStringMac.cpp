@@ -71,7 +71,7 @@ CUStringMac::CUStringMac(CUStringMac const& other)
 
 CUStringMac::~CUStringMac() {
   if (m_string != nullptr) CFRelease(m_string);
-  std::free(m_utf8Buffer);
+  if (m_utf8Buffer != nullptr) std::free(m_utf8Buffer);
 }
 
 unsigned int CUStringMac::ConvertCharCode(_CUString_CharCode code) {

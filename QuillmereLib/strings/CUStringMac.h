@@ -158,6 +158,10 @@ class QUILLMERE_API CUStringMac : public virtual CUObject {
   enum class Adopted { yes };
   CUStringMac(__CFString const* string, Adopted) : m_string(string), m_utf8Buffer(nullptr) {}
 
+  // Stores `text` in `result` and takes it over, as the constructor above; false for null, with
+  // `result` as it was.
+  static bool Assign(__CFString const* text, CUStringMac& result);
+
   // Stores units of `text` in `result`; false, with `result` as it was, where there are none.
   static bool AssignPart(__CFString const* text, long start, long length, CUStringMac& result);
 

@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 #include <memory>
+#include <typeinfo>
+#include <utility>
 
 #include "QuillmereLib/core/CFHolder.h"
 #include "QuillmereLib/strings/CUStringMac.h"
@@ -46,12 +48,21 @@ struct FreeUnits {
 
 }  // namespace
 
-bool CUStringMac::AssignPart(CFStringRef text, CFIndex start, CFIndex length, CUStringMac& result) {
-  CFStringRef const part =
-      CFStringCreateWithSubstring(kCFAllocatorDefault, text, CFRangeMake(start, length));
-  if (part == nullptr) return false;
-  result = CUStringMac(part, Adopted::yes);
+bool CUStringMac::Assign(CFStringRef text, CUStringMac& result) {
+  if (text == nullptr) return false;
+  // The assignment of this class would only copy the text; a derived class may have one of its own.
+  if (typeid(result) != typeid(CUStringMac)) {
+    result = CUStringMac(text, Adopted::yes);
+    return true;
+  }
+  if (result.m_string != nullptr) CFRelease(result.m_string);
+  result.m_string = text;
   return true;
+}
+
+bool CUStringMac::AssignPart(CFStringRef text, CFIndex start, CFIndex length, CUStringMac& result) {
+  return Assign(CFStringCreateWithSubstring(kCFAllocatorDefault, text, CFRangeMake(start, length)),
+                result);
 }
 
 CUResult CUStringMac::PathAppend(CUStringMac const& component, CUStringMac& result) {
@@ -63,9 +74,7 @@ CUResult CUStringMac::PathAppend(CUStringMac const& component, CUStringMac& resu
   if (!both) return CUResult_Failed;
   CFStringRef const path =
       CFStringCreateByCombiningStrings(kCFAllocatorDefault, both.Get(), separator);
-  if (path == nullptr) return CUResult_Failed;
-  result = CUStringMac(path, Adopted::yes);
-  return CUResult_Success;
+  return Assign(path, result) ? CUResult_Success : CUResult_Failed;
 }
 
 CUResult CUStringMac::PathRemoveLastComponent(CUStringMac& result) {
@@ -93,15 +102,15 @@ CUResult CUStringMac::PathRemoveLastComponent(CUStringMac& result) {
 
 CUResult CUStringMac::PathGetFileName(CUStringMac& result) {
   if (m_string == nullptr) return CUResult_Failed;
-  if (CFStringHasSuffix(m_string, CFSTR("/"))) {
-    result = CUStringMac();
-    return CUResult_Success;
-  }
   CFIndex const slash = FindLast(m_string, CFSTR("/"));
   if (slash == kCFNotFound) return CUResult_Failed;
   CFIndex const start = slash + 1;
-  return AssignPart(m_string, start, CFStringGetLength(m_string) - start, result) ? CUResult_Success
-                                                                                  : CUResult_Failed;
+  CFIndex const length = CFStringGetLength(m_string) - start;
+  if (length == 0) {
+    result = CUStringMac();
+    return CUResult_Success;
+  }
+  return AssignPart(m_string, start, length, result) ? CUResult_Success : CUResult_Failed;
 }
 
 CUResult CUStringMac::PathGetFileNameNoExtension(CUStringMac& result) {
@@ -112,7 +121,7 @@ CUResult CUStringMac::PathGetFileNameNoExtension(CUStringMac& result) {
   if (name.m_string == nullptr) return CUResult_Failed;
   CFIndex const dot = FindLast(name.m_string, CFSTR("."));
   if (dot == kCFNotFound) {
-    result = name;
+    Assign(std::exchange(name.m_string, nullptr), result);
   } else {
     AssignPart(name.m_string, 0, dot, result);
   }

@@ -29,6 +29,15 @@ void TextBuilder::Append(char const* text) {
   Append(piece.Get());
 }
 
+void TextBuilder::AppendDescription(CUObject* object) {
+  CUSharedPtr<CUStringMac> const text = object != nullptr ? object->Description() : nullptr;
+  if (text != nullptr) {
+    Append(static_cast<CFStringRef>(*text));
+  } else {
+    Append("<NULL>");
+  }
+}
+
 CUSharedPtr<CUStringMac> TextBuilder::Text() const {
   CFHolder<CFStringRef> const text(
       CFStringCreateByCombiningStrings(kCFAllocatorDefault, m_pieces.Get(), CFSTR("")));

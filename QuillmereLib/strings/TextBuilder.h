@@ -19,6 +19,9 @@ class TextBuilder {
   // Appends UTF-8 text, which must be valid.
   void Append(char const* text);
 
+  // Appends what `object` says of itself; "<NULL>" for null, and where that is a null pointer.
+  void AppendDescription(CUObject* object);
+
   // A new string of all pieces so far.
   CUSharedPtr<CUStringMac> Text() const;
 

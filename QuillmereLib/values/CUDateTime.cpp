@@ -3,6 +3,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "QuillmereLib/core/CFHolder.h"
+#include "QuillmereLib/core/CreateOrNull.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 
@@ -22,16 +23,6 @@ CFGregorianDate PackFields(int year, int month, int day, int hour, int minute, i
 
 CFDateRef CopyDate(CFDateRef date) {
   return date == nullptr ? nullptr : CFDateCreate(kCFAllocatorDefault, CFDateGetAbsoluteTime(date));
-}
-
-// Whatever keeps an object from being made gives a null pointer.
-template <class... Arguments>
-CUSharedPtr<CUDateTime> CreateOrNull(Arguments&&... arguments) {
-  try {
-    return new CUDateTime(static_cast<Arguments&&>(arguments)...);
-  } catch (...) {
-    return nullptr;
-  }
 }
 
 CUSharedPtr<CUStringMac> TextOrNullMark(CFStringRef text) {
@@ -89,14 +80,16 @@ void CUDateTime::InitByFields(CFGregorianDate const& fields, CFTimeZoneRef zone,
   Init(CFGregorianDateGetAbsoluteTime(fields, zone) + shift);
 }
 
-CUSharedPtr<CUDateTime> CUDateTime::Create() { return CreateOrNull(); }
+CUSharedPtr<CUDateTime> CUDateTime::Create() { return CreateOrNull<CUDateTime>(); }
 
 CUSharedPtr<CUDateTime> CUDateTime::Create(int year, int month, int day, int hour, int minute,
                                            int second) {
-  return CreateOrNull(year, month, day, hour, minute, second);
+  return CreateOrNull<CUDateTime>(year, month, day, hour, minute, second);
 }
 
-CUSharedPtr<CUDateTime> CUDateTime::Create(_DateTimeInfo& info) { return CreateOrNull(info); }
+CUSharedPtr<CUDateTime> CUDateTime::Create(_DateTimeInfo& info) {
+  return CreateOrNull<CUDateTime>(info);
+}
 
 CUSharedPtr<CUStringMac> CUDateTime::Description() {
   if (m_date == nullptr) return TextOrNullMark(nullptr);
@@ -161,7 +154,7 @@ CUSharedPtr<CUStringMac> CUDateTime::GetTimeString(bool local) {
 
 CUSharedPtr<CUDateTime> CUDateTime::AddSeconds(double seconds) {
   if (m_date == nullptr) return nullptr;
-  return CreateOrNull(CFDateGetAbsoluteTime(m_date) + seconds);
+  return CreateOrNull<CUDateTime>(CFDateGetAbsoluteTime(m_date) + seconds);
 }
 
 CUSharedPtr<CUDateTime> CUDateTime::AddMinutes(double minutes) {

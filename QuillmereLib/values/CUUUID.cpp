@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "QuillmereLib/core/CFHolder.h"
+#include "QuillmereLib/core/CreateOrNull.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 #include "QuillmereLib/strings/TextBuilder.h"
@@ -15,16 +16,6 @@ namespace {
 constexpr int kSize = 16;
 constexpr int kSerialStart = 11;
 constexpr int kSerialSize = kSize - kSerialStart;
-
-// Whatever keeps an object from being made gives a null pointer.
-template <class... Arguments>
-CUSharedPtr<CUUUID> CreateOrNull(Arguments&&... arguments) {
-  try {
-    return new CUUUID(static_cast<Arguments&&>(arguments)...);
-  } catch (...) {
-    return nullptr;
-  }
-}
 
 CFUUIDRef OrThrow(CFUUIDRef uuid) {
   if (uuid == nullptr) ThrowErrorCode(CUError_NullArgument);
@@ -53,11 +44,13 @@ CUUUID::~CUUUID() {
   if (m_uuid != nullptr) CFRelease(m_uuid);
 }
 
-CUSharedPtr<CUUUID> CUUUID::Create() { return CreateOrNull(); }
-CUSharedPtr<CUUUID> CUUUID::Create(unsigned char const* bytes) { return CreateOrNull(bytes); }
-CUSharedPtr<CUUUID> CUUUID::Create(CFUUIDBytes const& bytes) { return CreateOrNull(bytes); }
-CUSharedPtr<CUUUID> CUUUID::Create(__CFUUID const* uuid) { return CreateOrNull(uuid); }
-CUSharedPtr<CUUUID> CUUUID::Create(CUUUID const& other) { return CreateOrNull(other); }
+CUSharedPtr<CUUUID> CUUUID::Create() { return CreateOrNull<CUUUID>(); }
+CUSharedPtr<CUUUID> CUUUID::Create(unsigned char const* bytes) {
+  return CreateOrNull<CUUUID>(bytes);
+}
+CUSharedPtr<CUUUID> CUUUID::Create(CFUUIDBytes const& bytes) { return CreateOrNull<CUUUID>(bytes); }
+CUSharedPtr<CUUUID> CUUUID::Create(__CFUUID const* uuid) { return CreateOrNull<CUUUID>(uuid); }
+CUSharedPtr<CUUUID> CUUUID::Create(CUUUID const& other) { return CreateOrNull<CUUUID>(other); }
 
 CUSharedPtr<CUUUID> CUUUID::CreateNull() {
   static unsigned char const zero[kSize] = {};

@@ -37,8 +37,9 @@ CFIndex Location(CFStringRef string, void const* found) {
   return found == nullptr ? kCFNotFound : static_cast<char const*>(found) - string->Narrow();
 }
 
-CFIndex FindForwards(CFStringRef string, CFIndex start, CFStringRef wanted) {
-  std::size_t const left = static_cast<std::size_t>(string->length - start);
+// Within the units from `start` to before `end`.
+CFIndex FindForwards(CFStringRef string, CFIndex start, CFIndex end, CFStringRef wanted) {
+  std::size_t const left = static_cast<std::size_t>(end - start);
   if (!string->wide && wanted->wide) return kCFNotFound;
   if (!string->wide) {
     char const* const from = string->Narrow() + start;
@@ -47,11 +48,11 @@ CFIndex FindForwards(CFStringRef string, CFIndex start, CFStringRef wanted) {
                                                          static_cast<std::size_t>(wanted->length)));
   }
   if (wanted->length == 1) {
-    UniChar const* const end = string->Wide() + string->length;
-    UniChar const* const found = std::find(string->Wide() + start, end, SingleUnit(wanted));
-    return found == end ? kCFNotFound : found - string->Wide();
+    UniChar const* const last = string->Wide() + end;
+    UniChar const* const found = std::find(string->Wide() + start, last, SingleUnit(wanted));
+    return found == last ? kCFNotFound : found - string->Wide();
   }
-  for (CFIndex at = start; at <= string->length - wanted->length; ++at) {
+  for (CFIndex at = start; at <= end - wanted->length; ++at) {
     if (StandsAt(string, at, wanted)) return at;
   }
   return kCFNotFound;
@@ -108,16 +109,21 @@ CFStringRef CreateNarrow(char const* text, CFIndex length, ObjectStore* store) {
   return string;
 }
 
+CFStringRef CreateWide(UniChar const* units, CFIndex length, ObjectStore* store) {
+  __CFString* const string = AllocateString(length, true, store);
+  if (string != nullptr) {
+    std::memcpy(string->Wide(), units, static_cast<std::size_t>(length) * sizeof(UniChar));
+  }
+  return string;
+}
+
 CFStringRef CreateFromUnits(UniChar const* units, CFIndex length) {
   if (length < 0) return nullptr;
   UniChar all = 0;
   for (CFIndex i = 0; i < length; ++i) all = static_cast<UniChar>(all | units[i]);
-  bool const wide = all >= 0x80;
-  __CFString* const string = AllocateString(length, wide);
-  if (string == nullptr) return nullptr;
-  if (wide) {
-    std::memcpy(string->Wide(), units, static_cast<std::size_t>(length) * sizeof(UniChar));
-  } else {
+  if (all >= 0x80) return CreateWide(units, length);
+  __CFString* const string = AllocateString(length, false);
+  if (string != nullptr) {
     std::transform(units, units + length, string->Narrow(),
                    [](UniChar unit) { return static_cast<char>(unit); });
   }
@@ -187,30 +193,6 @@ CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef, CFArrayRef strings,
   return combined;
 }
 
-CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef allocator, CFStringRef string,
-                                                  CFStringRef separator) {
-  CFMutableArrayRef const pieces = CFArrayCreateMutable(allocator, 0, &kCFTypeArrayCallBacks);
-  if (pieces == nullptr) return nullptr;
-  CFIndex start = 0;
-  for (;;) {
-    CFIndex const found =
-        separator->length == 0 ? kCFNotFound : FindForwards(string, start, separator);
-    CFIndex const end = found == kCFNotFound ? string->length : found;
-    CFStringRef const piece = CreatePart(string, start, end - start);
-    CFIndex const before = CFArrayGetCount(pieces);
-    if (piece != nullptr) {
-      CFArrayAppendValue(pieces, piece);
-      CFRelease(piece);
-    }
-    if (CFArrayGetCount(pieces) == before) {  // out of memory
-      CFRelease(pieces);
-      return nullptr;
-    }
-    if (found == kCFNotFound) return pieces;
-    start = found + separator->length;
-  }
-}
-
 CFIndex CFStringGetLength(CFStringRef string) { return string->length; }
 
 CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
@@ -237,8 +219,18 @@ CFRange CFStringFind(CFStringRef string, CFStringRef wanted, CFStringCompareFlag
     return FindLocalized(string, wanted, (options & kCFCompareCaseInsensitive) != 0);
   }
   if (wanted->length > string->length) return notFound;
-  CFIndex const at = backwards ? FindBackwards(string, wanted) : FindForwards(string, 0, wanted);
+  CFIndex const at =
+      backwards ? FindBackwards(string, wanted) : FindForwards(string, 0, string->length, wanted);
   return at == kCFNotFound ? notFound : CFRangeMake(at, wanted->length);
+}
+
+Boolean CFStringFindWithOptions(CFStringRef string, CFStringRef wanted, CFRange range,
+                                CFStringCompareFlags options, CFRange* result) {
+  if (options != 0 || wanted->length == 0) return false;
+  CFIndex const at = FindForwards(string, range.location, range.location + range.length, wanted);
+  if (at == kCFNotFound) return false;
+  if (result != nullptr) *result = CFRangeMake(at, wanted->length);
+  return true;
 }
 
 Boolean CFStringHasSuffix(CFStringRef string, CFStringRef suffix) {

@@ -31,6 +31,26 @@ using AsciiTable = std::array<UInt8, kAsciiCount>;
 constexpr int kLatinCount = 0x180;
 using LatinTable = std::array<UInt16, kLatinCount>;
 
+// Chinese characters, which no table need list: each differs from all others, unless the language
+// has something else to say of them. Their punctuation has a table.
+constexpr UniChar kFirstHan = 0x4E00;
+constexpr UniChar kLastHan = 0x9FFF;
+constexpr UniChar kFirstHanMark = 0x3000;
+constexpr int kHanMarkCount = 0x40;
+using ClassTable = std::array<UInt16, kLatinCount + kHanMarkCount>;
+
+// The character of a place in a table, and the place of a character; -1 where it has none.
+UniChar CharacterAt(std::size_t place) {
+  return static_cast<UniChar>(place < kLatinCount ? place : place - kLatinCount + kFirstHanMark);
+}
+int PlaceOf(UniChar unit) {
+  if (unit < kLatinCount) return unit;
+  int const mark = unit - kFirstHanMark;
+  return mark >= 0 && mark < kHanMarkCount ? kLatinCount + mark : -1;
+}
+
+bool IsHan(UniChar unit) { return unit >= kFirstHan && unit <= kLastHan; }
+
 // Without a set locale ICU answers with one that orders like code points. People expect an order of
 // words also there, which is that of no language.
 char const* CollationLocale() {
@@ -78,41 +98,18 @@ std::string SortKeyOfCharacter(UCollator* collator, UChar unit, Level level) {
 // alike, from 1.
 template <class Table>
 Table NumberByOrder(UCollator* collator, Level level) {
-  std::map<std::string, std::vector<UChar>> byKey;
-  for (UChar unit = kFirstPrintable; unit < std::tuple_size_v<Table>; ++unit) {
-    std::string key = SortKeyOfCharacter(collator, unit, level);
-    if (!key.empty()) byKey[std::move(key)].push_back(unit);
+  std::map<std::string, std::vector<std::size_t>> byKey;
+  for (std::size_t place = kFirstPrintable; place < std::tuple_size_v<Table>; ++place) {
+    std::string key = SortKeyOfCharacter(collator, CharacterAt(place), level);
+    if (!key.empty()) byKey[std::move(key)].push_back(place);
   }
   Table numbers = {};
   typename Table::value_type number = 0;
-  for (auto const& [key, units] : byKey) {
+  for (auto const& [key, places] : byKey) {
     ++number;
-    for (UChar const unit : units) numbers[unit] = number;
+    for (std::size_t const place : places) numbers[place] = number;
   }
   return numbers;
-}
-
-// Forgets the characters that are part of a letter of several characters, as "c" and "h" are in
-// Czech: all of them in `anywhere`, and in `amongAscii` those whose other parts are ASCII as well.
-// False where that cannot be learned.
-bool ForgetContractions(UCollator* collator, AsciiTable& amongAscii, LatinTable& anywhere) {
-  UErrorCode status = U_ZERO_ERROR;
-  SetHandle const contractions(uset_openEmpty());
-  ucol_getContractionsAndExpansions(collator, contractions.Get(), nullptr, true, &status);
-  for (int32_t i = 0, count = uset_getItemCount(contractions.Get()); i < count; ++i) {
-    UChar text[128];
-    UChar32 first;
-    UChar32 last;
-    int32_t const length = uset_getItem(contractions.Get(), i, &first, &last, text, 128, &status);
-    if (U_FAILURE(status)) return false;
-    bool const ascii =
-        std::all_of(text, text + length, [](UChar unit) { return unit < kAsciiCount; });
-    for (UChar const* unit = text; unit != text + length; ++unit) {
-      if (*unit < kLatinCount) anywhere[*unit] = 0;
-      if (ascii) amongAscii[*unit] = 0;
-    }
-  }
-  return U_SUCCESS(status);
 }
 
 // What a collation says of printable characters, read off it once: so most texts are compared and
@@ -127,6 +124,37 @@ struct PlainCharacters {
   AsciiTable classes = {};
   AsciiTable classesWithoutCase = {};
 };
+
+// Gives `forget` each letter of several characters, as "c" and "h" are one in Czech. False where
+// they cannot be learned.
+template <class Forget>
+bool ForEachContraction(UCollator* collator, Forget const& forget) {
+  UErrorCode status = U_ZERO_ERROR;
+  SetHandle const contractions(uset_openEmpty());
+  ucol_getContractionsAndExpansions(collator, contractions.Get(), nullptr, true, &status);
+  for (int32_t i = 0, count = uset_getItemCount(contractions.Get()); i < count; ++i) {
+    UChar text[128];
+    UChar32 first;
+    UChar32 last;
+    int32_t const length = uset_getItem(contractions.Get(), i, &first, &last, text, 128, &status);
+    if (U_FAILURE(status)) return false;
+    forget(std::u16string_view(text, static_cast<std::size_t>(length)));
+  }
+  return U_SUCCESS(status);
+}
+
+// Forgets the characters that are part of such a letter: all of them in `anywhere`, and in
+// `amongAscii` those whose other parts are ASCII as well. False where that cannot be learned.
+bool ForgetContractions(UCollator* collator, AsciiTable& amongAscii, LatinTable& anywhere) {
+  return ForEachContraction(collator, [&](std::u16string_view text) {
+    bool const ascii =
+        std::all_of(text.begin(), text.end(), [](UChar unit) { return unit < kAsciiCount; });
+    for (UChar const unit : text) {
+      if (unit < kLatinCount) anywhere[unit] = 0;
+      if (ascii) amongAscii[unit] = 0;
+    }
+  });
+}
 
 // Whether every character counts, and by itself: nothing is skipped, and digits are no numbers.
 bool CountsCharacters(UCollator* collator) {
@@ -169,6 +197,58 @@ UCollator* Collator(bool ignoreCase) {
   static UCollator* const withCase = OpenCollator(UCOL_TERTIARY).Release();
   static UCollator* const withoutCase = OpenCollator(UCOL_SECONDARY).Release();
   return ignoreCase ? withoutCase : withCase;
+}
+
+// What is equal at one strength in texts that are not ASCII alone, with equal numbers, 0 for
+// characters of which a text may have none.
+struct WideClasses {
+  ClassTable table = {};
+  bool ofHan = false;  // whether each Chinese character is a class of its own
+
+  UInt16 Of(UniChar unit) const {
+    int const place = PlaceOf(unit);
+    if (place >= 0) return table[static_cast<std::size_t>(place)];
+    return ofHan && IsHan(unit) ? unit : UInt16{0};  // above all numbers of the table
+  }
+};
+
+// Whether the language leaves Chinese characters in the order of their numbers, each by itself.
+bool LeavesHanAlone(UCollator* collator) {
+  UErrorCode status = U_ZERO_ERROR;
+  SetHandle const tailored(ucol_getTailoredSet(collator, &status));
+  SetHandle const han(uset_open(kFirstHan, kLastHan));
+  return U_SUCCESS(status) && uset_containsNone(tailored.Get(), han.Get());
+}
+
+WideClasses ReadWideClasses(UCollator* collator) {
+  if (collator == nullptr || !CountsCharacters(collator)) return {};
+  WideClasses classes = {NumberByOrder<ClassTable>(collator, Level::kPrimary),
+                         LeavesHanAlone(collator)};
+  // These hold for a text as a whole, so that of a letter of several characters it is enough to
+  // forget the last, unless one of the others is unknown anyway.
+  bool const learned = ForEachContraction(collator, [&classes](std::u16string_view text) {
+    if (text.empty()) return;
+    if (!std::all_of(text.begin(), text.end(), [&](UChar unit) { return classes.Of(unit) != 0; })) {
+      return;
+    }
+    int const place = PlaceOf(text.back());
+    if (place >= 0) {
+      classes.table[static_cast<std::size_t>(place)] = 0;
+    } else {
+      classes.ofHan = false;
+    }
+  });
+  return learned ? classes : WideClasses();
+}
+
+// Made at the first search that needs them.
+WideClasses const& ClassesAnywhere(bool ignoreCase) {
+  if (ignoreCase) {
+    static auto const* const withoutCase = new WideClasses(ReadWideClasses(Collator(true)));
+    return *withoutCase;
+  }
+  static auto const* const withCase = new WideClasses(ReadWideClasses(Collator(false)));
+  return *withCase;
 }
 
 // The units of a string of either width, in place or widened into a buffer.
@@ -265,35 +345,59 @@ std::optional<CFComparisonResult> ComparePlainly(CFStringRef first, CFStringRef 
              : CompareByRank(plain.ranksAmongAscii, first->Narrow(), a, second->Narrow(), b);
 }
 
+UInt8 const* FindClasses(UInt8 const* text, std::size_t length, UInt8 const* wanted,
+                         std::size_t wantedLength) {
+  return static_cast<UInt8 const*>(memmem(text, length, wanted, wantedLength));
+}
+
+UInt16 const* FindClasses(UInt16 const* text, std::size_t length, UInt16 const* wanted,
+                          std::size_t wantedLength) {
+  UInt16 const* const end = text + length;
+  UInt16 const* const at = std::search(text, end, wanted, wanted + wantedLength);
+  return at == end ? nullptr : at;
+}
+
 // Plain search, where both texts consist of characters that the collation takes one by one: then a
-// match is a run of characters of the same classes. Nothing where that does not hold.
-std::optional<CFRange> FindPlainly(AsciiTable const& classes, CFStringRef string,
-                                   CFStringRef wanted) {
+// match is a run of characters of the same classes. Nothing where that does not hold; `classOf`
+// then gives 0 for some character.
+template <class Class, class ClassOf>
+std::optional<CFRange> FindByClass(ClassOf const& classOf, CFStringRef string, CFStringRef wanted) {
   std::size_t const length = static_cast<std::size_t>(string->length);
   std::size_t const wantedLength = static_cast<std::size_t>(wanted->length);
-  UInt8 small[512];
-  std::unique_ptr<UInt8[]> large;
-  UInt8* folded = small;
-  if (length + wantedLength > sizeof small) {
-    large.reset(new (std::nothrow) UInt8[length + wantedLength]);
+  Class small[512];
+  std::unique_ptr<Class[]> large;
+  Class* folded = small;
+  if (length + wantedLength > std::size(small)) {
+    large.reset(new (std::nothrow) Class[length + wantedLength]);
     folded = large.get();
     if (folded == nullptr) return std::nullopt;
   }
 
-  bool plain = true;
-  auto const fold = [&classes, &plain](char const* text, std::size_t count, UInt8* target) {
+  auto const foldUnits = [&classOf](auto const* units, std::size_t count, Class* target) {
     for (std::size_t i = 0; i < count; ++i) {
-      target[i] = classes[UnitOf(text[i])];
-      plain = plain && target[i] != 0;
+      target[i] = classOf(UnitOf(units[i]));
+      if (target[i] == 0) return false;
     }
+    return true;
   };
-  fold(string->Narrow(), length, folded);
-  fold(wanted->Narrow(), wantedLength, folded + length);
-  if (!plain) return std::nullopt;
+  auto const fold = [&foldUnits](CFStringRef text, std::size_t count, Class* target) {
+    return text->wide ? foldUnits(text->Wide(), count, target)
+                      : foldUnits(text->Narrow(), count, target);
+  };
+  if (!fold(wanted, wantedLength, folded + length) || !fold(string, length, folded)) {
+    return std::nullopt;
+  }
+  Class const* const at = FindClasses(folded, length, folded + length, wantedLength);
+  return at == nullptr ? CFRangeMake(kCFNotFound, 0) : CFRangeMake(at - folded, wanted->length);
+}
 
-  void const* const at = memmem(folded, length, folded + length, wantedLength);
-  if (at == nullptr) return CFRangeMake(kCFNotFound, 0);
-  return CFRangeMake(static_cast<UInt8 const*>(at) - folded, wanted->length);
+std::optional<CFRange> FindPlainly(CFStringRef string, CFStringRef wanted, bool ignoreCase) {
+  if (!string->wide && !wanted->wide) {
+    AsciiTable const& classes = ignoreCase ? Plain().classesWithoutCase : Plain().classes;
+    return FindByClass<UInt8>([&classes](UniChar unit) { return classes[unit]; }, string, wanted);
+  }
+  WideClasses const& classes = ClassesAnywhere(ignoreCase);
+  return FindByClass<UInt16>([&classes](UniChar unit) { return classes.Of(unit); }, string, wanted);
 }
 
 // A search object with a pattern of its own, both kept from one search to the next: opening an
@@ -376,12 +480,7 @@ CFComparisonResult CompareLocalized(CFStringRef first, CFStringRef second, bool 
 }
 
 CFRange FindLocalized(CFStringRef string, CFStringRef wanted, bool ignoreCase) {
-  if (!string->wide && !wanted->wide) {
-    PlainCharacters const& plain = Plain();
-    std::optional<CFRange> const found =
-        FindPlainly(ignoreCase ? plain.classesWithoutCase : plain.classes, string, wanted);
-    if (found) return *found;
-  }
+  if (std::optional<CFRange> const found = FindPlainly(string, wanted, ignoreCase)) return *found;
   UCollator* const collator = Collator(ignoreCase);
   if (collator == nullptr || string->length > INT32_MAX || wanted->length > INT32_MAX) {
     return CFRangeMake(kCFNotFound, 0);

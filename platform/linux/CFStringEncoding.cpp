@@ -9,77 +9,15 @@
 #include <cstring>
 
 #include "platform/linux/CFStringObject.h"
+#include "platform/linux/Utf8.h"
 
 namespace {
 
-constexpr std::uint64_t kHighBits = 0x8080808080808080u;
 constexpr UniChar kByteOrderMark = 0xFEFF;
 constexpr UniChar kSwappedByteOrderMark = 0xFFFE;
 
-std::uint64_t LoadEight(char const* bytes) {
-  std::uint64_t eight;
-  std::memcpy(&eight, bytes, sizeof eight);
-  return eight;
-}
-
-// Adds the lowest bits of the eight bytes.
-CFIndex SumOfLowBits(std::uint64_t eight) {
-  constexpr std::uint64_t kLowBits = 0x0101010101010101u;
-  return static_cast<CFIndex>(((eight & kLowBits) * kLowBits) >> 56);
-}
-
-// The most UTF-16 units that UTF-8 can make, and just as many as it makes if it is valid: one for
-// every byte that is no continuation, and a second for each head of four bytes.
-CFIndex CountUnits(UInt8 const* bytes, CFIndex byteCount) {
-  CFIndex units = byteCount;
-  CFIndex i = 0;
-  for (; i + 8 <= byteCount; i += 8) {
-    std::uint64_t const eight = LoadEight(reinterpret_cast<char const*>(bytes) + i);
-    std::uint64_t const high = eight >> 7;
-    units -= SumOfLowBits(high & ~(eight >> 6));
-    units += SumOfLowBits(high & (eight >> 6) & (eight >> 5) & (eight >> 4));
-  }
-  for (; i < byteCount; ++i) {
-    if ((bytes[i] & 0xC0) == 0x80) --units;
-    if (bytes[i] >= 0xF0) ++units;
-  }
-  return units;
-}
-
-bool IsContinuation(UInt8 byte) { return (byte & 0xC0) == 0x80; }
-
-// Decodes into as many units as CountUnits says. False for bytes that are not strictly UTF-8.
-bool DecodeUtf8(UInt8 const* next, UInt8 const* end, UniChar* unit) {
-  while (next < end) {
-    UInt8 const head = *next;
-    if (head < 0x80) {
-      *unit++ = head;
-      ++next;
-    } else if (head < 0xE0) {
-      if (head < 0xC2 || end - next < 2 || !IsContinuation(next[1])) return false;
-      *unit++ = static_cast<UniChar>((head & 0x1F) << 6 | (next[1] & 0x3F));
-      next += 2;
-    } else if (head < 0xF0) {
-      if (end - next < 3 || !IsContinuation(next[1]) || !IsContinuation(next[2])) return false;
-      int const value = (head & 0x0F) << 12 | (next[1] & 0x3F) << 6 | (next[2] & 0x3F);
-      if (value < 0x800 || U16_IS_SURROGATE(value)) return false;
-      *unit++ = static_cast<UniChar>(value);
-      next += 3;
-    } else {
-      if (end - next < 4 || !IsContinuation(next[1]) || !IsContinuation(next[2]) ||
-          !IsContinuation(next[3])) {
-        return false;
-      }
-      int const value =
-          (head & 0x0F) << 18 | (next[1] & 0x3F) << 12 | (next[2] & 0x3F) << 6 | (next[3] & 0x3F);
-      if (head > 0xF4 || value < 0x10000 || value > 0x10FFFF) return false;
-      *unit++ = U16_LEAD(value);
-      *unit++ = U16_TRAIL(value);
-      next += 4;
-    }
-  }
-  return true;
-}
+// UTF-8 up to this size is decoded on the stack, so that its units need not be counted beforehand.
+constexpr CFIndex kBriefSize = 512;
 
 CFStringRef CreateFromUtf16(UInt8 const* bytes, CFIndex byteCount, bool swapped) {
   if (byteCount % 2 != 0) return nullptr;
@@ -162,38 +100,6 @@ CFIndex ConvertWide(UniChar const* units, CFIndex length, CFStringEncoding encod
   return i;
 }
 
-// The same for the usual case: UTF-8, into a buffer, without a loss byte.
-CFIndex ConvertWideToUtf8(UniChar const* units, CFIndex length, UInt8* buffer, CFIndex capacity,
-                          CFIndex* used) {
-  CFIndex i = 0;
-  CFIndex at = 0;
-  while (i < length) {
-    int const unit = units[i];
-    if (unit < 0x80) {
-      if (capacity - at < 1) break;
-      buffer[at++] = static_cast<UInt8>(unit);
-    } else if (unit < 0x800) {
-      if (capacity - at < 2) break;
-      buffer[at++] = static_cast<UInt8>(0xC0 | unit >> 6);
-      buffer[at++] = static_cast<UInt8>(0x80 | (unit & 0x3F));
-    } else if (!U16_IS_SURROGATE(unit)) {
-      if (capacity - at < 3) break;
-      buffer[at++] = static_cast<UInt8>(0xE0 | unit >> 12);
-      buffer[at++] = static_cast<UInt8>(0x80 | (unit >> 6 & 0x3F));
-      buffer[at++] = static_cast<UInt8>(0x80 | (unit & 0x3F));
-    } else {
-      bool const pair = U16_IS_SURROGATE_LEAD(unit) && i + 1 < length && U16_IS_TRAIL(units[i + 1]);
-      if (!pair || capacity - at < 4) break;
-      int const character = U16_GET_SUPPLEMENTARY(unit, units[i + 1]);
-      U8_APPEND_UNSAFE(buffer, at, character);
-      ++i;
-    }
-    ++i;
-  }
-  *used = at;
-  return i;
-}
-
 // Units as they are, but for a pair that would be cut in two.
 CFIndex ConvertToUtf16(CFStringRef string, CFRange range, ByteSink& sink) {
   CFIndex length = std::min(range.length, sink.Room() / 2);
@@ -235,22 +141,18 @@ CFStringRef CreateFromUtf8(std::string_view text, ObjectStore* store) {
   auto const* const bytes = reinterpret_cast<UInt8 const*>(text.data());
   auto const byteCount = static_cast<CFIndex>(text.size());
   if (IsAscii(text.data(), text.size())) return CreateNarrow(text.data(), byteCount, store);
-  __CFString* const string = AllocateString(CountUnits(bytes, byteCount), true, store);
-  if (string == nullptr || DecodeUtf8(bytes, bytes + byteCount, string->Wide())) return string;
+  if (byteCount <= kBriefSize) {
+    UniChar units[kBriefSize];
+    CFIndex const count = DecodeUtf8(bytes, byteCount, units, kBriefSize);
+    return count < 0 ? nullptr : CreateWide(units, count, store);
+  }
+  CFIndex const length = CountUnits(bytes, byteCount);
+  __CFString* const string = AllocateString(length, true, store);
+  if (string == nullptr || DecodeUtf8(bytes, byteCount, string->Wide(), length) == length) {
+    return string;
+  }
   if (store == nullptr) string->Release();
   return nullptr;
-}
-
-bool IsAscii(char const* text, std::size_t length) {
-  std::size_t i = 0;
-  for (; i + 32 <= length; i += 32) {
-    std::uint64_t const eights = LoadEight(text + i) | LoadEight(text + i + 8) |
-                                 LoadEight(text + i + 16) | LoadEight(text + i + 24);
-    if ((eights & kHighBits) != 0) return false;
-  }
-  unsigned int all = 0;
-  for (; i < length; ++i) all |= static_cast<unsigned char>(text[i]);
-  return all < 0x80;
 }
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const* bytes, CFIndex byteCount,
@@ -285,10 +187,11 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const* bytes, CFIndex 
 CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
                          UInt8 lossByte, Boolean isExternalRepresentation, UInt8* buffer,
                          CFIndex capacity, CFIndex* usedBytes) {
+  // The usual case has a shorter road.
   if (string->wide && encoding == kCFStringEncodingUTF8 && buffer != nullptr && lossByte == 0) {
     CFIndex used = 0;
     CFIndex const converted =
-        ConvertWideToUtf8(string->Wide() + range.location, range.length, buffer, capacity, &used);
+        EncodeUtf8(string->Wide() + range.location, range.length, buffer, capacity, &used);
     if (usedBytes != nullptr) *usedBytes = used;
     return converted;
   }

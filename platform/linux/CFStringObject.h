@@ -34,11 +34,11 @@ CFStringRef CreateNarrow(char const* text, CFIndex length, ObjectStore* store = 
 // From strict UTF-8, of which a byte-order mark is a part; null if it is not, too.
 CFStringRef CreateFromUtf8(std::string_view text, ObjectStore* store = nullptr);
 
+// A copy of `length` units of which one at least is not ASCII.
+CFStringRef CreateWide(UniChar const* units, CFIndex length, ObjectStore* store = nullptr);
+
 // A copy of `length` units, in the width that they call for.
 CFStringRef CreateFromUnits(UniChar const* units, CFIndex length);
-
-// Whether all bytes are ASCII.
-bool IsAscii(char const* text, std::size_t length);
 
 // Compares and searches by the collation of the user's locale.
 CFComparisonResult CompareLocalized(CFStringRef first, CFStringRef second, bool ignoreCase);

@@ -1,42 +1,14 @@
 #include "platform/linux/FileNames.h"
 
-#include <unicode/ustring.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "platform/linux/Errors.h"
+#include "platform/linux/Utf8.h"
 
 namespace {
 
 constexpr std::size_t kLongestName = sizeof(FileName::bytes) - 1;
-
-constexpr bool IsHighSurrogate(UniChar unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool IsSurrogate(UniChar unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
-
-// Takes the code point at `*index` and moves behind it. 0 for an unpaired surrogate.
-char32_t NextCodePoint(UniChar const* units, UniCharCount count, UniCharCount* index) noexcept {
-  UniChar const unit = units[(*index)++];
-  if (!IsSurrogate(unit)) return unit;
-  if (!IsHighSurrogate(unit) || *index == count) return 0;
-  UniChar const second = units[(*index)++];
-  if (!IsSurrogate(second) || IsHighSurrogate(second)) return 0;
-  return 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (char32_t{second} - 0xDC00);
-}
-
-// Writes one to four bytes of UTF-8 and gives their number.
-std::size_t Encode(char32_t point, char* out) noexcept {
-  if (point < 0x80) {
-    out[0] = static_cast<char>(point);
-    return 1;
-  }
-  std::size_t const size = point < 0x800 ? 2 : point < 0x10000 ? 3 : 4;
-  for (std::size_t i = size - 1; i > 0; --i, point >>= 6) {
-    out[i] = static_cast<char>(0x80 | (point & 0x3F));
-  }
-  out[0] = static_cast<char>((0xF00 >> size) | point);
-  return size;
-}
 
 bool IsDots(FileName const& name) noexcept {
   return std::strcmp(name.bytes, ".") == 0 || std::strcmp(name.bytes, "..") == 0;
@@ -47,37 +19,27 @@ bool IsDots(FileName const& name) noexcept {
 OSErr FileNameFromUnits(UniChar const* units, UniCharCount count, FileName* name) noexcept {
   if (units == nullptr && count != 0) return paramErr;
   if (count == 0 || count > kLongestName) return bdNamErr;
-  name->length = 0;
-  for (UniCharCount index = 0; index < count;) {
-    char32_t const point = NextCodePoint(units, count, &index);
-    if (point == 0 || point == U':') return bdNamErr;
-    char encoded[4];
-    std::size_t const size = Encode(point == U'/' ? U':' : point, encoded);
-    if (size > kLongestName - name->length) return bdNamErr;
-    std::memcpy(name->bytes + name->length, encoded, size);
-    name->length += size;
+  UniChar onDisk[kLongestName];
+  for (UniCharCount i = 0; i < count; ++i) {
+    if (units[i] == 0 || units[i] == ':') return bdNamErr;
+    onDisk[i] = units[i] == '/' ? UniChar{':'} : units[i];
   }
-  name->bytes[name->length] = '\0';
+  CFIndex const length = static_cast<CFIndex>(count);
+  CFIndex size = 0;
+  auto* const bytes = reinterpret_cast<UInt8*>(name->bytes);
+  if (EncodeUtf8(onDisk, length, bytes, kLongestName, &size) < length) return bdNamErr;
+  name->length = static_cast<std::size_t>(size);
+  name->bytes[size] = '\0';
   return IsDots(*name) ? OSErr{bdNamErr} : OSErr{noErr};
 }
 
 bool UnitsFromFileName(char const* bytes, std::size_t length, HFSUniStr255* name) noexcept {
-  constexpr std::size_t kMostUnits = sizeof name->unicode / sizeof *name->unicode;
+  constexpr CFIndex kMostUnits = sizeof name->unicode / sizeof *name->unicode;
   // No name takes more units than bytes.
-  if (length > kMostUnits) return false;
-  std::size_t count = 0;
-  for (; count < length && static_cast<UInt8>(bytes[count]) < 0x80; ++count) {
-    name->unicode[count] = static_cast<UInt8>(bytes[count]);
-  }
-  if (count < length) {
-    UErrorCode error = U_ZERO_ERROR;
-    int32_t added = 0;
-    u_strFromUTF8(reinterpret_cast<UChar*>(name->unicode + count),
-                  static_cast<int32_t>(kMostUnits - count), &added, bytes + count,
-                  static_cast<int32_t>(length - count), &error);
-    if (U_FAILURE(error)) return false;
-    count += static_cast<std::size_t>(added);
-  }
+  if (length > std::size_t{kMostUnits}) return false;
+  CFIndex const count = DecodeUtf8(reinterpret_cast<UInt8 const*>(bytes),
+                                   static_cast<CFIndex>(length), name->unicode, kMostUnits);
+  if (count < 0) return false;
   name->length = static_cast<UInt16>(count);
   std::replace(name->unicode, name->unicode + count, UniChar{':'}, UniChar{'/'});
   return true;

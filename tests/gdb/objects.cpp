@@ -1,5 +1,5 @@
 // One variable of each kind that tools/gdb/quillmere.py shows, whole and damaged. The program is
-// not run by itself: printers.py stops it at Stop() and looks at the variables of main.
+// not run by itself: printers.py stops it at Stop() and looks at what main sees.
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <QuillmereLib/QuillmereLib.h>
@@ -35,6 +35,18 @@ void TieRoot(CUObject* object) {
   std::memcpy(&root, Members(object) + 2 * sizeof(void*), sizeof root);
   std::memcpy(root + 2 * sizeof(void*), &root, sizeof root);
 }
+
+CUDateTime moment(0.25), ancient(-62.5e9), beyond(1e20);
+
+// Never constructed, in memory of zeroes and of other bytes; rawString stands in main.
+Filled<CUStringMac> zeroString(0);
+Filled<CUSharedPtr<CUObject>> rawPointer(0xA5), zeroPointer(0);
+Filled<CUArray> rawArray(0xA5), zeroArray(0);
+Filled<CUDictionary> rawDictionary(0xA5), zeroDictionary(0);
+Filled<CUIndexSet> rawIndexes(0xA5), zeroIndexes(0);
+Filled<CUVector<int>> rawVector(0xA5), zeroVector(0);
+Filled<CUDateTime> rawMoment(0xA5), zeroMoment(0);
+Filled<CUUUID> rawUuid(0xA5), zeroUuid(0);
 
 __attribute__((noinline)) void Stop(void const*) { asm volatile(""); }
 
@@ -80,9 +92,6 @@ int main() {
   CUVector<unsigned long long> broad;
   broad.push_back(~0ULL);
 
-  CUDateTime moment(0.25);
-  CUDateTime ancient(-62.5e9);
-  CUDateTime beyond(1e20);
   CUDateTime noMoment(moment);
   CUDateTime const& itself = noMoment;
   noMoment = itself;  // loses the value
@@ -101,15 +110,7 @@ int main() {
   element->SetAttribute(Shared("a"), Shared("1"));
   element->GetChildNodes()->AddObject(document.CreateTextNode(Shared("text")));
 
-  // Never constructed, in memory of zeroes and of other bytes.
-  Filled<CUStringMac> rawString(0xA5), zeroString(0);
-  Filled<CUSharedPtr<CUObject>> rawPointer(0xA5), zeroPointer(0);
-  Filled<CUArray> rawArray(0xA5), zeroArray(0);
-  Filled<CUDictionary> rawDictionary(0xA5), zeroDictionary(0);
-  Filled<CUIndexSet> rawIndexes(0xA5), zeroIndexes(0);
-  Filled<CUVector<int>> rawVector(0xA5), zeroVector(0);
-  Filled<CUDateTime> rawMoment(0xA5), zeroMoment(0);
-  Filled<CUUUID> rawUuid(0xA5), zeroUuid(0);
+  Filled<CUStringMac> rawString(0xA5);
   CFStringRef wild = reinterpret_cast<CFStringRef>(0x10);
   CFStringRef stack = reinterpret_cast<CFStringRef>(&rawString);
 

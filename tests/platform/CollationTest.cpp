@@ -180,11 +180,14 @@ TEST(Collation, ComparesAndFindsAllPairsLikeIcu) {
   }
 }
 
-// Letters that combine with each other or are ignored, so that a shortcut for ASCII shows its
-// faults.
+// Letters that combine with each other or are ignored, so that a shortcut shows its faults.
 TEST(Collation, RandomTextIsComparedAndFoundLikeByIcu) {
   std::u16string printable;
   for (char16_t unit = u' '; unit <= u'~'; ++unit) printable += unit;
+  std::u16string latin;
+  for (char16_t unit = u' '; unit <= u'\u017F'; ++unit) latin += unit;
+  std::u16string chinese = u"a\u00e9\u4e00\u4e8c\u9fff\u5377 ";
+  for (char16_t unit = u'\u3000'; unit <= u'\u303F'; ++unit) chinese += unit;
   std::u16string const alphabets[] = {u"aAbB ch-",
                                       u"cChHz",
                                       u"aA",
@@ -192,6 +195,10 @@ TEST(Collation, RandomTextIsComparedAndFoundLikeByIcu) {
                                       u"ab\x01\x7F",
                                       std::u16string(u"aB\0", 3),
                                       printable,
+                                      latin,
+                                      chinese,
+                                      u"aA\u4e00\u4e8c\u3001\u3002\u3005",
+                                      u"\u4e00\u4dff\u3400\uf900\u8c48\u3099\U00020000",
                                       u"aAe\u00E9E\u0301\u00ADlL\u00B7",
                                       u"cC\u010DhHz",
                                       u"aou\u00E4\u0308O\u00DFsS",

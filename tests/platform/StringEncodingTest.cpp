@@ -254,7 +254,7 @@ TEST(StringEncoding, RandomTextsMakeTheRoundTrip) {
 
 // Against the standard library, over few letters, so that matches abound and overlap; one of them
 // makes a text wide.
-TEST(StringParts, UnitwiseSearchOrderAndSplitting) {
+TEST(StringParts, UnitwiseSearchOrderAndJoining) {
   std::mt19937 random(3);
   auto const make = [&random](std::size_t letters, std::size_t most) {
     std::u16string text;
@@ -289,13 +289,22 @@ TEST(StringParts, UnitwiseSearchOrderAndSplitting) {
         text.size() >= wanted.size() && text.substr(text.size() - wanted.size()) == wanted;
     EXPECT_EQ(CFStringHasSuffix(string.Get(), needle.Get()) != 0, ends);
 
-    CFHolder<CFArrayRef> const pieces(
-        CFStringCreateArrayBySeparatingStrings(nullptr, string.Get(), needle.Get()));
-    CFIndex count = 1;
-    for (std::size_t at = first; at != none; at = text.find(wanted, at + wanted.size())) ++count;
-    EXPECT_EQ(CFArrayGetCount(pieces.Get()), count);
+    std::size_t const start = random() % (text.size() + 1);
+    std::size_t const size = random() % (text.size() - start + 1);
+    std::size_t const within = wanted.empty() ? none : text.substr(start, size).find(wanted);
+    CFRange const range = {static_cast<CFIndex>(start), static_cast<CFIndex>(size)};
+    CFRange found = {-7, -7};
+    bool const isThere = CFStringFindWithOptions(string.Get(), needle.Get(), range, 0, &found) != 0;
+    EXPECT_EQ(isThere, within != none);
+    EXPECT_EQ(found.location, isThere ? static_cast<CFIndex>(start + within) : -7);
+    EXPECT_EQ(found.length, isThere ? CFStringGetLength(needle.Get()) : -7);
+    EXPECT_FALSE(
+        CFStringFindWithOptions(string.Get(), needle.Get(), range, kCFCompareBackwards, nullptr));
+
+    void const* three[] = {string.Get(), needle.Get(), string.Get()};
+    CFHolder<CFArrayRef> const pieces(CFArrayCreate(nullptr, three, 3, nullptr));
     String const joined(CFStringCreateByCombiningStrings(nullptr, pieces.Get(), needle.Get()));
-    EXPECT_EQ(TextOf(joined.Get()), text);
+    EXPECT_EQ(TextOf(joined.Get()), text + wanted + wanted + wanted + text);
   }
 }
 

@@ -76,8 +76,10 @@ class AllocationSweep : public testing::Test {
     return fs::exists(At("target")) ? std::to_string(fs::file_size(At("target"))) : "failed";
   }
 
+  std::vector<Operation> StringsAndCollections();
   std::vector<Operation> Values();
-  std::vector<Operation> FilesAndLogs();
+  std::vector<Operation> Files();
+  std::vector<Operation> DrivesAndLogs();
 
   // What `operation` comes to, whatever it throws that it may throw.
   static std::string Try(Operation const& operation) {
@@ -101,7 +103,7 @@ class AllocationSweep : public testing::Test {
   CUSharedPtr<CUXmlDomDocumentNode> const m_document = new CUXmlDomDocumentNode;
 };
 
-std::vector<Operation> AllocationSweep::Values() {
+std::vector<Operation> AllocationSweep::StringsAndCollections() {
   return {
       {"string, of bytes", [] { return Utf8(Make("caf\u00e9")); }},
       {"string, copy and assignment",
@@ -154,6 +156,11 @@ std::vector<Operation> AllocationSweep::Values() {
          copy->SetObjectForKey(m_array, m_text);
          return Utf8(copy->AllKeys()->Description()) + Utf8(copy->Description());
        }},
+  };
+}
+
+std::vector<Operation> AllocationSweep::Values() {
+  return {
       {"vector",
        [] {
          auto const numbers = CreateCUVectorSInt32();
@@ -202,7 +209,7 @@ std::vector<Operation> AllocationSweep::Values() {
   };
 }
 
-std::vector<Operation> AllocationSweep::FilesAndLogs() {
+std::vector<Operation> AllocationSweep::Files() {
   auto const addTarget = [this] { WriteFile(At("target"), "old"); };
   return {
       {"stream, writing and reading",
@@ -273,6 +280,11 @@ std::vector<Operation> AllocationSweep::FilesAndLogs() {
          return fs::exists(At("old")) ? "failed" : "gone";
        },
        [this] { fs::create_directory(At("old")); }},
+  };
+}
+
+std::vector<Operation> AllocationSweep::DrivesAndLogs() {
+  return {
       {"drive",
        [this] {
          CUDriveInfo drive(PathOf("list"));
@@ -356,8 +368,12 @@ void AllocationSweep::SweepAll(std::vector<Operation> const& operations) {
   }
 }
 
+TEST_F(AllocationSweep, OfStringsAndCollections) { SweepAll(StringsAndCollections()); }
+
 TEST_F(AllocationSweep, OfValues) { SweepAll(Values()); }
 
-TEST_F(AllocationSweep, OfFiles) { SweepAll(FilesAndLogs()); }
+TEST_F(AllocationSweep, OfFiles) { SweepAll(Files()); }
+
+TEST_F(AllocationSweep, OfDrivesAndLogs) { SweepAll(DrivesAndLogs()); }
 
 }  // namespace

@@ -68,12 +68,6 @@ CF_INSIDE CFStringRef CFStringCreateWithSubstring(CFAllocatorRef allocator, CFSt
 CF_INSIDE CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRef strings,
                                                        CFStringRef separator);
 
-// The pieces of `string` between the occurrences of `separator` (compared unit by unit), empty
-// pieces included; one piece, the whole, where it does not occur or is empty.
-CF_INSIDE CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef allocator,
-                                                            CFStringRef string,
-                                                            CFStringRef separator);
-
 // The number of UTF-16 units.
 CF_EXPORT CFIndex CFStringGetLength(CFStringRef string);
 
@@ -107,6 +101,12 @@ CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef seco
 // combine: that gives {kCFNotFound, 0}.
 CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef wanted,
                                CFStringCompareFlags options);
+
+// Whether `wanted` occurs within `range`, which must lie inside the string; `result` (may be null)
+// receives where it does first. Unit by unit and forwards: `options` must be 0, and other values
+// find nothing.
+CF_INSIDE Boolean CFStringFindWithOptions(CFStringRef string, CFStringRef wanted, CFRange range,
+                                          CFStringCompareFlags options, CFRange* result);
 
 // Whether the string ends with `suffix`, unit by unit. An empty suffix is always there.
 CF_INSIDE Boolean CFStringHasSuffix(CFStringRef string, CFStringRef suffix);
