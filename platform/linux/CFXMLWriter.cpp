@@ -179,7 +179,7 @@ CFStringRef CreateEscaped(CFStringRef string, Unit const* units) {
   for (CFIndex i = 0; i < string->length; ++i) {
     std::string_view const reference = ReferenceFor(UnitOf(units[i]));
     if (reference.empty()) *out++ = units[i];
-    for (char const c : reference) *out++ = static_cast<Unit>(c);
+    for (char const c : reference) *out++ = static_cast<Unit>(static_cast<UInt8>(c));
   }
   return escaped;
 }

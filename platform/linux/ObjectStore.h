@@ -17,7 +17,7 @@ class ObjectStore final : public CFObject {
   template <class Type, class... Arguments>
   Type* Make(std::size_t extraBytes, Arguments&&... arguments) {
     static_assert(alignof(Type) <= kAlignment && std::is_base_of_v<CFObject, Type>);
-    void* const block = Allocate(sizeof(CFObject*) + sizeof(Type) + extraBytes);
+    void* const block = Allocate(sizeof(void*) + sizeof(Type) + extraBytes);
     if (block == nullptr) return nullptr;
     auto* const store = static_cast<CFObject**>(block);
     *store = this;
