@@ -124,8 +124,10 @@ int main() {
   TieRoot(&cyclic);
   CUMutableDictionary cyclicEntries(dictionary);
   TieRoot(&cyclicEntries);
-  CUStringMac* const gone = new CUStringMac(ascii);
-  delete gone;
+  alignas(CUStringMac) unsigned char room[sizeof(CUStringMac)];
+  CUStringMac* const gone = new (room) CUStringMac(ascii);
+  gone->~CUStringMac();
+  std::memset(room, 0, sizeof(void*));  // as an allocator writes over the first word
   CFStringRef const goneText = CFStringCreateWithBytes(kCFAllocatorDefault, bytes, sizeof bytes,
                                                        kCFStringEncodingASCII, false);
   CFRelease(goneText);
