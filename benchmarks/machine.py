@@ -13,7 +13,8 @@ import tempfile
 
 # The packages whose versions a reader may ask for.
 PACKAGES = ["libc6", "libstdc++6", "libicu-dev", "libglib2.0-dev", "libboost-dev", "qt6-base-dev",
-            "libpoco-dev", "libspdlog-dev", "libxml2-dev", "libexpat1-dev", "libbenchmark-dev"]
+            "libpoco-dev", "libspdlog-dev", "libxml2-dev", "libexpat1-dev", "libmimalloc-dev",
+            "libbenchmark-dev"]
 
 
 def output_of(*command):

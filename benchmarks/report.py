@@ -34,11 +34,11 @@ Poco, Boost, ICU, or the bare calls of the system. This page is made from one ru
 scripts/bench --report
 ```
 
-which takes about an hour and measures all of it anew; `scripts/bench` and a regular expression
-measures some cases and prints a table. A case and its peers run in one program and in an order of
-chance, {repetitions} times each, and the medians are compared. Times are processor time, but for cases
-whose threads wait for each other, which are elapsed time. Compare the ratios: the times themselves
-depend on the machine.
+which measures all of it anew, in minutes with `REPETITIONS=3 BENCHMARK_MIN_TIME=0.05` in front;
+`scripts/bench` and a regular expression measures some cases and prints a table. A case and its peers
+run in one program and in an order of chance, {repetitions} times each, and the medians are compared.
+Times are processor time, but for cases whose threads wait for each other, which are elapsed time.
+Compare the ratios: the times themselves depend on the machine.
 
 - **Ratio**: the library's time over the peer's. Below 1 the library is faster. From {low:.2f} to
   {high:.2f} counts as equal, since two runs of the same code differ by as much.
@@ -128,7 +128,7 @@ def summary_section(rows, themes):
         counts = [len(compared), faster, len(compared) - faster - slower, slower,
                   sum(row.limit is not None for row in own), sum(map(ratios.is_missed, own))]
         sums = [a + b for a, b in zip(sums, counts)]
-        yield f"| [{title}](#{title.lower().replace(' ', '-')}) | {' | '.join(map(str, counts))} |"
+        yield f"| {title} | {' | '.join(map(str, counts))} |"
     yield f"| **All** | {' | '.join(map(str, sums))} |\n"
 
 

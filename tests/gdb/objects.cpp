@@ -54,6 +54,15 @@ CUStringMac Text(char const* utf8) { return CUStringMac(utf8, CUString_CharCode_
 
 CUSharedPtr<CUStringMac> Shared(char const* utf8) { return new CUStringMac(Text(utf8)); }
 
+// A string that is gone, and whose first word the allocator has written over.
+CUStringMac* Gone() {
+  alignas(CUStringMac) static unsigned char room[sizeof(CUStringMac)];
+  auto* const string = new (room) CUStringMac(Text("gone"));
+  string->~CUStringMac();
+  std::memset(room, 0, sizeof(void*));
+  return string;
+}
+
 }  // namespace
 
 int main() {
@@ -124,10 +133,7 @@ int main() {
   TieRoot(&cyclic);
   CUMutableDictionary cyclicEntries(dictionary);
   TieRoot(&cyclicEntries);
-  alignas(CUStringMac) unsigned char room[sizeof(CUStringMac)];
-  CUStringMac* const gone = new (room) CUStringMac(ascii);
-  gone->~CUStringMac();
-  std::memset(room, 0, sizeof(void*));  // as an allocator writes over the first word
+  CUStringMac* const gone = Gone();
   CFStringRef const goneText = CFStringCreateWithBytes(kCFAllocatorDefault, bytes, sizeof bytes,
                                                        kCFStringEncodingASCII, false);
   CFRelease(goneText);
