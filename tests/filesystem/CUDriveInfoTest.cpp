@@ -86,6 +86,7 @@ TEST_F(SimulatedDrives, AreOfTheirKinds) {
   d.AddPartition("sdc1", d.AddDisk("sdc", d.Add("scsi", "7:0:0:0", usb, {}, {})));
   d.AddPartition("sda1", d.AddDisk("sda", bus));
   d.AddDisk("sdd", bus, false, {"ID_DRIVE_EJECTABLE", "1"});
+  d.AddDisk("sr5", bus, false, {"ID_CDROM", "1"});
   d.AddPartition("nvme0n1p2", d.AddDisk("nvme0n1", d.Add("nvme", "nvme0", bus, {}, {})));
   for (std::string const type : {"SD", "MMC"}) {
     std::string const name = "mmcblk" + to_string(type.size());
@@ -99,6 +100,7 @@ TEST_F(SimulatedDrives, AreOfTheirKinds) {
   addOptical("sr0", {"ID_CDROM_MEDIA", "1", "ID_CDROM_MEDIA_CD", "1"});
   d.AddPartition("sr1p1", addOptical("sr1", {"ID_CDROM_MEDIA_DVD_PLUS_RW", "1"}));
   addOptical("sr2", {"ID_CDROM_MEDIA_BD_RE", "1"});
+  addOptical("sr3", {"ID_CDROM_MEDIA_HDDVD_R", "1"});
   addOptical("sr4", {"ID_CDROM_MEDIA_DVD", "0", "ID_CDROM_MEDIA_TRACK_COUNT", "1"});
   for (std::string const name : {"ram0", "loop0"}) d.AddDisk(name, "");
   d.AddDisk("zram11", "", true);
@@ -113,13 +115,15 @@ TEST_F(SimulatedDrives, AreOfTheirKinds) {
 
   // The kind, the location, and the sources that are of them.
   std::tuple<unsigned int, std::string, std::vector<std::string>> const cases[] = {
-      {CUDriveType_CDROM, "Internal", {"/dev/sr0", "/dev/sr1", "/dev/sr1p1", "/dev/sr2"}},
+      {CUDriveType_CDROM,
+       "Internal",
+       {"/dev/sr0", "/dev/sr1", "/dev/sr1p1", "/dev/sr2", "/dev/sr3"}},
       {CUDriveType_Fixed,
        "Internal",
        {"/dev/sda1", "/dev/nvme0n1p2", "/dev/mmcblk3p1", "/dev/ramble", "/dev/dm-1"}},
       {CUDriveType_Fixed, "External", {"/dev/sdc1"}},
       {CUDriveType_Fixed, "File", {"/dev/loop0"}},
-      {CUDriveType_Removable, "Internal", {"/dev/sr4", "/dev/sdd", "/dev/mmcblk2p1"}},
+      {CUDriveType_Removable, "Internal", {"/dev/sr4", "/dev/sr5", "/dev/sdd", "/dev/mmcblk2p1"}},
       {CUDriveType_Removable,
        "External",
        {"/dev/sdb1", "/dev/sdb", "/dev/mapper/secret", "/dev/disk/by-uuid/1234", "/dev/root"}},
@@ -148,8 +152,7 @@ TEST_F(SimulatedDrives, AreOfTheirKinds) {
 }
 
 TEST_F(SimulatedDrives, AreAskedOneDeviceAtATime) {
-  std::string const disk =
-      devices->AddDisk("sr0", "", true, {"ID_CDROM", "1", "ID_CDROM_MEDIA_BD", "1"});
+  std::string const disk = devices->AddDisk("sr0", "", true, {"ID_CDROM_MEDIA_BD", "1"});
   devices->AddPartition("sr0p1", disk, {"ID_CDROM_MEDIA_BD", "1"});
   devices->AddDisk("sda", "");
   CUDriveInfo drive(Make(base));

@@ -1,3 +1,4 @@
+#include <SystemReport.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -419,10 +421,15 @@ TEST(CULog, StartsAReportOnTheMachine) {
     EXPECT_NE(ReadFile(path).find(section), std::string::npos) << section;
   }
 
-  // One that does not fit starts nothing, not even a part of it.
-  std::string const start = folder + "/cut\"; touch \"" + folder + "/";
-  z_WriteSystemInfo(Make(start + std::string(2048 - start.size(), '/')));
+  // One that does not fit starts nothing, not even what would be left without the sign at its end.
+  std::string const start = folder + "/cut\"; : \"";
+  std::size_t const frame =
+      start.size() + std::strlen(SystemReportTool()) + std::strlen(" > \"\" &");
+  for (std::size_t const size : {2048, 2047}) {
+    EXPECT_FALSE(fs::exists(folder + "/cut"));
+    z_WriteSystemInfo(Make(start + std::string(size - frame, '/')));
+  }
+  EXPECT_TRUE(fs::exists(folder + "/cut"));
   z_WriteSystemInfo(nullptr);
   z_WriteSystemInfo(Make("\xFF"));
-  EXPECT_FALSE(fs::exists(folder + "/cut"));
 }

@@ -108,28 +108,31 @@ TEST(FileCopy, FaultsLeaveAllAsItWas) {
     return true;
   };
   auto const stop = [] { return false; };
+  constexpr std::size_t kSize = 3 << 20;  // of several pieces
   auto const touch = [&] {
     std::ofstream(source, std::ios::app) << "more";
     return true;
   };
   struct {
     char const* fault;
+    std::size_t size;
     std::function<bool()> onPiece, atEnd;
     bool isMove;
     OSStatus expected;
-  } const cases[] = {{"shortened", shorten, nullptr, false, eofErr},
-                     {"shortened", shorten, nullptr, true, eofErr},
-                     {"stopped", stop, nullptr, false, userCanceledErr},
-                     {"stopped at the end", nullptr, stop, false, userCanceledErr},
-                     {"stopped at the end", nullptr, stop, true, userCanceledErr},
-                     {"grown after it was copied", nullptr, touch, true, fBsyErr}};
-  for (auto const& [fault, onPiece, atEnd, isMove, expected] : cases) {
+  } const cases[] = {{"shortened", kSize, shorten, nullptr, false, eofErr},
+                     {"shortened", kSize, shorten, nullptr, true, eofErr},
+                     {"shortened when all was read", 1000, shorten, nullptr, false, eofErr},
+                     {"stopped", kSize, stop, nullptr, false, userCanceledErr},
+                     {"stopped at the end", kSize, nullptr, stop, false, userCanceledErr},
+                     {"stopped at the end", kSize, nullptr, stop, true, userCanceledErr},
+                     {"grown after it was copied", kSize, nullptr, touch, true, fBsyErr}};
+  for (auto const& [fault, size, onPiece, atEnd, isMove, expected] : cases) {
     for (CopyMeans const& means : kMeans) {
       for (bool const overwrite : {false, true}) {
         // A replaced entry comes back only where two names can be swapped.
         if (overwrite && expected == fBsyErr && !means.renameFlags) continue;
         SCOPED_TRACE(std::string(fault) + (isMove ? ", move" : "") + (overwrite ? ", over" : ""));
-        WriteFile(source, std::string(3 << 20, 'n'));
+        WriteFile(source, std::string(size, 'n'));
         if (overwrite) WriteFile(target, "old");
         EXPECT_EQ(
             Copy(TaskOf(places, places.away.Path(), means, isMove, overwrite), onPiece, atEnd),

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/FileNames.h"
 #include "tests/support/DeniedCall.h"
 #include "tests/support/FailingAllocation.h"
 #include "tests/support/Files.h"
@@ -174,6 +175,8 @@ TEST_F(Files, CreatesUnderExactlyTheNameGiven) {
   std::string const filler(4095 - root.size() - 1, '/');
   strcat(deep.path, filler.c_str());
   EXPECT_EQ(Create(deep, u"ab"), bdNamErr);
+  std::size_t length = 4094;
+  EXPECT_EQ(AppendToPath(&deep, &length, "ab", 2), bdNamErr) << "without room for its end";
   EXPECT_EQ(Create(deep, u"a"), noErr);
   FSRef parent;
   ASSERT_EQ(Resolve(root + "/a", &parent), noErr);

@@ -26,7 +26,7 @@ FailingAllocation::~FailingAllocation() { callsLeft = 0; }
 
 bool FailingAllocation::Happened() const { return callsLeft == 0; }
 
-// The forms for arrays come down to these, or are another pair of a sanitizer's own.
+// The forms for arrays, too: the allocator's library and the sanitizers offer a pair of their own.
 void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
   return __wrap_malloc(size == 0 ? 1 : size);
 }
@@ -35,5 +35,11 @@ void* operator new(std::size_t size) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+  return operator new(size, std::nothrow);
+}
+void* operator new[](std::size_t size) { return operator new(size); }
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
