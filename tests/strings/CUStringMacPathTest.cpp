@@ -38,6 +38,15 @@ std::string Components(CUStringMac& path) {
 }
 
 // Changes what the operations under test are made of, to see that they go through the class.
+class CountingAssignments : public CUStringMac {
+ public:
+  CUStringMac& operator=(CUStringMac const& other) override {
+    ++count;
+    return CUStringMac::operator=(other);
+  }
+  int count = 0;
+};
+
 class Overriding : public CUStringMac {
  public:
   using CUStringMac::CUStringMac;
@@ -157,6 +166,13 @@ TEST(CUStringMacPath, CallsThroughTheVirtualTable) {
   EXPECT_EQ(Utf8(result), "x");
   path.fileNameStatus = static_cast<CUResult>(0x20000);  // only the low 16 bits tell
   EXPECT_EQ(path.PathGetFileNameNoExtension(result), CUResult_Success);
+
+  CountingAssignments counting;
+  EXPECT_EQ(Make("a/b.c")->PathGetFileName(counting), CUResult_Success);
+  EXPECT_EQ(Make("a/b")->PathGetFileNameNoExtension(counting), CUResult_Success);
+  EXPECT_EQ(Make("a")->PathAppend(*Make("b"), counting), CUResult_Success);
+  EXPECT_EQ(Utf8(counting), "a/b");
+  EXPECT_EQ(counting.count, 3);
 
   EXPECT_TRUE(path == result);
   EXPECT_EQ(path.PathGetLastComponent(result), CUResult_Success);
