@@ -41,9 +41,13 @@ if(NOT APPLE)
           COMPONENT runtime)
 endif()
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+        COMPONENT doc)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT doc
         FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
+# What a program takes that starts from an example, without what only tests it.
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
+        PATTERN CMakeLists.txt EXCLUDE PATTERN "*.sh" EXCLUDE PATTERN write_lines.cpp EXCLUDE)
 # The API reference, where doxygen has made it.
 install(DIRECTORY build/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc OPTIONAL)
 
@@ -82,21 +86,42 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
+  # The first line of each description is its summary; CPack would put one summary before all.
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+  string(CONCAT about_library
+         "QuillmereLib has reference-counted objects, strings with path arithmetic,\n"
+         "collections, streams, files with safe copying, drives, dates, threads, an XML\n"
+         "DOM and logs.\n.\n")
+
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libquillmerelib${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}")
+  set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}\n${about_library}\
+This package holds the shared library, and its printers for gdb.")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
   set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
 
   set(CPACK_DEBIAN_DEV_PACKAGE_NAME libquillmerelib-dev)
   set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-  set(CPACK_COMPONENT_DEV_DESCRIPTION "${PROJECT_DESCRIPTION} (development files)")
+  set(CPACK_COMPONENT_DEV_DESCRIPTION "${PROJECT_DESCRIPTION} (headers)\n${about_library}\
+This package holds the headers, and the files for CMake and pkg-config.")
   set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 
   set(CPACK_DEBIAN_DOC_PACKAGE_NAME libquillmerelib-doc)
   set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
   set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
-  set(CPACK_COMPONENT_DOC_DESCRIPTION "${PROJECT_DESCRIPTION} (documentation)")
+  set(CPACK_COMPONENT_DOC_DESCRIPTION "${PROJECT_DESCRIPTION} (documentation)\n${about_library}\
+This package holds guides, the API reference and examples.")
+
+  # Where Debian's users look for the licence of a package.
+  set(copyright ${PROJECT_BINARY_DIR}/cmake/copyright)
+  file(CONFIGURE OUTPUT ${copyright} CONTENT "\
+QuillmereLib\nCopyright the QuillmereLib developers\n
+Licensed under the Apache License 2.0, whose text is in\n/usr/share/common-licenses/Apache-2.0\n")
+  foreach(component IN ITEMS runtime dev doc)
+    string(TOUPPER ${component} key)
+    install(FILES ${copyright} COMPONENT ${component} EXCLUDE_FROM_ALL
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME})
+  endforeach()
   include(CPack)
 endif()

@@ -14,7 +14,7 @@ class QUILLMERE_API CUDirectoryInfo : public CUFileSysytemInfo {
   CUDirectoryInfo(CUSharedPtr<CUStringMac> path);
 
   // Makes the directory and its missing ancestors; one that exists is no failure. Throws error code
-  // 4 where a level cannot be made; those made before stay.
+  // 4 where a level cannot be made; those made before stay. A bare name cannot: write "./reels".
   virtual void Create();
 
   // Deletes the directory, which must be empty, or the link to one. Throws error code 3 where it is

@@ -19,7 +19,7 @@ struct _CopyProgress_Info {
   bool (*progressCallback)(unsigned long long total, unsigned long long completed,
                            void* clientData);
   void* clientData;   // passed back untouched
-  CUFileInfo* owner;  // written by the operation itself
+  CUFileInfo* owner;  // set by the operation itself: begin with null
 };
 
 class QUILLMERE_API CUFileInfo : public CUFileSysytemInfo {

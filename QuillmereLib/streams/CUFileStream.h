@@ -41,7 +41,10 @@ class QUILLMERE_API CUFileStream : public CUStream {
  public:
   // Opens `path`. Throws, as `unsigned int`, error code 2 for a null path, 1 for an empty one, 5
   // for a directory, 9 for a missing file that must exist, 4 for every other refusal of mode,
-  // access or system. With `noThrowOnOpenFailure` these leave a closed stream instead.
+  // access or system, such as a new file by a bare name, where "./name" is needed. With
+  // `noThrowOnOpenFailure` these leave a closed stream instead. The form by CUSharedPtr takes a
+  // variable of this very type, since a reference without const binds to nothing else; it keeps
+  // nothing of it.
   CUFileStream(CUStringMac* path, CUStream_FileMode mode, CUStream_FileAccess access,
                bool noThrowOnOpenFailure);
   CUFileStream(CUSharedPtr<CUStringMac>& path, CUStream_FileMode mode, CUStream_FileAccess access,

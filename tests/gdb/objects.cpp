@@ -37,6 +37,8 @@ void TieRoot(CUObject* object) {
 }
 
 CUDateTime moment(0.25), ancient(-62.5e9), beyond(1e20);
+CUXmlDomProcessingInstructionNode instruction;
+CUMutableArray entries;
 
 // Never constructed, in memory of zeroes and of other bytes; rawString stands in main.
 Filled<CUStringMac> zeroString(0);
@@ -47,12 +49,18 @@ Filled<CUIndexSet> rawIndexes(0xA5), zeroIndexes(0);
 Filled<CUVector<int>> rawVector(0xA5), zeroVector(0);
 Filled<CUDateTime> rawMoment(0xA5), zeroMoment(0);
 Filled<CUUUID> rawUuid(0xA5), zeroUuid(0);
+Filled<CUFileInfo> rawEntry(0xA5), zeroEntry(0);
 
 __attribute__((noinline)) void Stop(void const*) { asm volatile(""); }
 
 CUStringMac Text(char const* utf8) { return CUStringMac(utf8, CUString_CharCode_UTF8); }
 
 CUSharedPtr<CUStringMac> Shared(char const* utf8) { return new CUStringMac(Text(utf8)); }
+
+void FillEntries() {
+  entries.AddObject(new CUFileInfo(Shared("/films/reel.mov")));
+  entries.AddObject(new CUDirectoryInfo(Shared("/films")));
+}
 
 // A string that is gone, and whose first word the allocator has written over.
 CUStringMac* Gone() {
@@ -119,6 +127,7 @@ int main() {
   element->SetAttribute(Shared("a"), Shared("1"));
   element->GetChildNodes()->AddObject(document.CreateTextNode(Shared("text")));
 
+  FillEntries();
   Filled<CUStringMac> rawString(0xA5);
   CFStringRef wild = reinterpret_cast<CFStringRef>(0x10);
   CFStringRef stack = reinterpret_cast<CFStringRef>(&rawString);

@@ -40,6 +40,9 @@ noUuid          <no bytes>
 
 document        Node_Document "#document", 0 children
 *element.m_ptr  Node_Element "reel", 1 attribute, 1 child
+*element.m_ptr->childNodes.m_ptr  1 object = {Node_Text "#text", value "text"}
+instruction     Node_Processing_Instruction null
+entries         2 objects = {CUFileInfo "/films/reel.mov", CUDirectoryInfo "/films"}
 
 cfString        "Grüße, 🎬"
 *cfString       "Grüße, 🎬"
@@ -61,7 +64,7 @@ cyclicEntries   5 entries = {[<invalid>] = <invalid>}
 """
 
 NEVER_CONSTRUCTED = ("String", "Pointer", "Array", "Dictionary", "Indexes", "Vector", "Moment",
-                     "Uuid")
+                     "Uuid", "Entry")
 
 
 def cases():

@@ -135,6 +135,12 @@ def short_text(address):
     return for_terminal('"' + text + ('"' if length <= SHOWN else '"...'))
 
 
+def held_text(string):
+    """The text of a CUStringMac."""
+    address = int(string["m_string"])
+    return short_text(address) if address != 0 else "<null>"
+
+
 def date_text(address):
     time = float(platform_object(address, "__CFDate")[0]["time"])
     try:
@@ -328,6 +334,15 @@ class PointerPrinter(Printer):
             pass  # the text says so
 
 
+class EntryPrinter(Printer):
+    """A file or directory, by its path."""
+
+    def text(self):
+        require_object(self.value)
+        kind = self.value.type.strip_typedefs().unqualified().name
+        return f'{kind} {held_text(self.value["fullName"])}'
+
+
 class ArrayPrinter(ContainerPrinter):
     def text(self):
         require_object(self.value)
@@ -383,7 +398,10 @@ class XmlNodePrinter(Printer):
         require_object(self.value)
         if int(self.value["nodeType"]) > 12:
             raise Invalid
-        text = f'{self.value["nodeType"]} {self.node_name()}'
+        name, value = Pointer(self.value["nodeName"]), Pointer(self.value["nodeValue"])
+        text = f'{self.value["nodeType"]} ' + ("null" if name.is_null else held_text(name.target))
+        if not value.is_null:
+            text += ", value " + held_text(value.target)
         attributes, children = Pointer(self.value["attributes"]), Pointer(self.value["childNodes"])
         if not attributes.is_null:
             number = tree_size(attributes.target["m_map"])
@@ -393,13 +411,6 @@ class XmlNodePrinter(Printer):
             text += ", " + counted(number, "child", "children")
         return text
 
-    def node_name(self):
-        name = Pointer(self.value["nodeName"])
-        if name.is_null:
-            return "null"
-        address = int(name.target["m_string"])
-        return short_text(address) if address != 0 else "<null>"
-
 
 PRINTERS = [
     (r"CUStringMac", StringPrinter),
@@ -408,6 +419,7 @@ PRINTERS = [
     (r"CU(Mutable)?Dictionary", DictionaryPrinter),
     (r"CU(Mutable)?IndexSet", IndexSetPrinter),
     (r"CUVector<.*>", VectorPrinter),
+    (r"CU(File|Directory|FileSysytem)Info", EntryPrinter),
     (r"CUDateTime", DatePrinter),
     (r"CUUUID", UuidPrinter),
     (r"CUXmlDom\w*Node", XmlNodePrinter),
