@@ -11,7 +11,7 @@ COLUMN = (WIDTH - 2 * MARGIN - GAP) // 2
 ROW = 16
 HEAD = 24  # of a case: its name
 BAR = 10
-LETTER = 6.7  # the width of a letter of 11 pixels, in fonts that are wide
+LETTER = 7.3  # the width of a letter of 11 pixels, in fonts that are wide
 TIME = 62  # the columns of the numbers
 RATIO = 40
 # Bars reach to this multiple of the library's own; longer ones are cut.
@@ -33,13 +33,18 @@ def rectangle(x, y, width, height, fill):
 def bar(x, y, length, room, fill):
     """A bar of at most `room`; one that is longer has a gap near its end."""
     yield rectangle(x, y, min(length, room), BAR, fill)
-    if length > room:
+    if length > room + 0.1:
         end = x + room - 14
         yield (f'<path d="M{end:.1f} {y + BAR + 1:g}l4 -{BAR + 2}h4l-4 {BAR + 2}z" fill="white"/>')
 
 
 def limit_tick(x, y, missed):
     return rectangle(x - 1, y - 2, 2, BAR + 4, MISSED if missed else LIMIT)
+
+
+def limit_of(row):
+    """The time that the library may take."""
+    return row.limit * (1 if row.peer is None else row.time)
 
 
 def draw_case(rows, x, y, labels):
@@ -49,7 +54,9 @@ def draw_case(rows, x, y, labels):
     bars = sorted([(ours, None)] + [(row.time, row.peer) for row in rows if row.peer is not None])
     left = x + labels + 6
     room = COLUMN - labels - 6 - TIME - RATIO
-    scale = room / max(ours, min(LONGEST * ours, max(time for time, _ in bars)))
+    ends = [time for time, _ in bars] + [limit_of(row) for row in limits.values()]
+    longest = max(end for end in ends if end <= LONGEST * ours)
+    scale = room / (LONGEST * ours if max(time for time, _ in bars) > longest else longest)
     yield text(x, y + 15, case.split("/")[1], weight="bold", size=12)
     top = y + HEAD
     for number, (time, peer) in enumerate(bars):
@@ -63,11 +70,11 @@ def draw_case(rows, x, y, labels):
         row = limits.get(peer)
         missed = row is not None and ratios.is_missed(row)
         if peer is not None:
-            yield text(x + COLUMN, base, f"{ours / time:.2f}", MISSED if missed else TEXT, "end",
+            yield text(x + COLUMN, base, ratios.ratio_text(ours / time), MISSED if missed else TEXT, "end",
                        weight="bold" if missed else "normal")
         if row is not None:
-            place = row.limit * (1 if peer is None else time) * scale
-            if place <= room:
+            place = limit_of(row) * scale
+            if place <= room + 0.1:
                 yield limit_tick(left + place, middle, missed)
     end = left + ours * scale
     yield (f'<path d="M{end:.1f} {top - 3}v{len(bars) * ROW}" stroke="{OURS}" stroke-width="1" '

@@ -125,11 +125,15 @@ def time_text(nanoseconds):
             return f"{value:.{digits}f} {unit}"
 
 
+def ratio_text(ratio):
+    return f"{ratio:.2f}" if ratio < 9.995 else f"{ratio:.1f}"
+
+
 def cells_of(row):
     """The columns of a row in a table: case, time, peer, time, ratio, limit."""
     if row.peer is None:
         return [row.case, time_text(row.ours), "", "", "", time_text(row.limit)]
-    return [row.case, time_text(row.ours), row.peer, time_text(row.time), f"{row.ratio:.2f}",
+    return [row.case, time_text(row.ours), row.peer, time_text(row.time), ratio_text(row.ratio),
             "" if row.limit is None else f"{row.limit:g}"]
 
 

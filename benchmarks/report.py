@@ -13,6 +13,7 @@ import json
 import pathlib
 import re
 import sys
+import textwrap
 
 import pictures
 import ratios
@@ -78,6 +79,11 @@ class Remark:
                 self.peers.fullmatch(row.peer) is not None)
 
 
+def paragraph(text, indent=""):
+    return textwrap.fill(" ".join(text.split()), width=100, subsequent_indent=indent,
+                         break_long_words=False, break_on_hyphens=False)
+
+
 def is_slower(row):
     return row.peer is not None and row.ratio > EQUAL
 
@@ -98,20 +104,23 @@ def remarks_by_row(rows, themes):
 def machine_section(machine, contexts):
     loads = [context["load_avg"][0] for context in contexts if context["load_avg"]]
     date = min(context["date"] for context in contexts)[:10]
-    memory = round(machine["memory"] / 2**20)
     caches = ", ".join(f"L{cache['level']} {cache['size'] // 1024} KiB"
                        for cache in contexts[0]["caches"] if cache["type"] != "Instruction")
     packages = ", ".join(f"{name} {version}" for name, version in machine["packages"].items())
-    yield "## The machine\n"
-    yield (f"- {machine['processor']} ({machine['architecture']}), {machine['cores']} cores"
-           f"{' of a virtual machine' if machine['virtual'] else ''}; caches: {caches}; "
-           f"{memory} GiB of memory")
-    yield (f"- {machine['system']}, {machine['kernel']}; temporary files on {machine['temporary']}")
-    yield f"- {machine['compiler']}, build type {machine['build']}"
-    yield f"- {packages}"
+    facts = [
+        f"{machine['processor']} ({machine['architecture']}), {machine['cores']} cores"
+        f"{' of a virtual machine' if machine['virtual'] else ''}; caches: {caches}; "
+        f"{round(machine['memory'] / 2**20)} GiB of memory",
+        f"{machine['system']}, {machine['kernel']}; temporary files on {machine['temporary']}",
+        f"{machine['compiler']}, build type {machine['build']}",
+        packages,
+    ]
     if loads:
-        yield (f"- Measured on {date}, with a load of {min(loads):.1f} to {max(loads):.1f} as the "
-               "programs began, the benchmarks' own included")
+        facts.append(f"measured on {date}; as the programs began, the load was {min(loads):.1f} to "
+                     f"{max(loads):.1f}, of which the benchmarks themselves are about 1")
+    yield "## The machine\n"
+    for fact in facts:
+        yield paragraph(f"- {fact}", "  ")
     yield ""
 
 
@@ -139,20 +148,22 @@ def remark_section(remark, rows):
     cases = ", ".join(f"`{case}`" for case in dict.fromkeys(row.case.split("/")[1] for row in rows))
     peers = []
     for peer, found in by_peer.items():
-        least, most = f"{min(found):.2f}", f"{max(found):.2f}"
+        least, most = ratios.ratio_text(min(found)), ratios.ratio_text(max(found))
         peers.append(f"`{peer}` ({least if least == most else f'{least} to {most}'})")
-    yield f"**{cases}** beside {', '.join(peers)}. {remark.text.strip()}\n"
+    yield paragraph(f"- {cases} beside {', '.join(peers)}: {remark.text}", "  ")
 
 
 def theme_section(theme, title, introduction, remarks, rows, spoken):
     yield f"## {title}\n"
-    yield f"{introduction}\n"
+    yield f"{paragraph(introduction)}\n"
     yield f"![{title}](performance/{theme}.svg)\n"
     slower = [remark for remark in remarks if remark in spoken]
     if slower:
         yield "Where it is not first:\n"
     for remark in slower:
         yield from remark_section(remark, spoken[remark])
+    if slower:
+        yield ""
     yield "| Case | Time | Peer | Time | Ratio | Limit |"
     yield "|---|---:|---|---:|---:|---:|"
     for row in rows:
@@ -179,7 +190,7 @@ def main(folder):
     if silent:
         print("These are slower, and benchmarks/remarks.md does not say why:", file=sys.stderr)
         for row in silent:
-            print(f"  {row.case} beside {row.peer}: {row.ratio:.2f}", file=sys.stderr)
+            print(f"  {row.case} beside {row.peer}: {ratios.ratio_text(row.ratio)}", file=sys.stderr)
         return 1
     for theme, (_, _, remarks) in themes.items():
         for remark in remarks:
