@@ -146,8 +146,9 @@ unsigned int CUXmlDomDocumentNode::MakeUpChildNodes_OS2CU_Mac(__CFTree* tree,
   CFIndex const count = CFTreeGetChildCount(tree);
   if (count < 1) return CUResult_Success;
   if (CUSharedPtr<CUMutableArray> const children = parent->GetChildNodes()) {
+    // Only at first: a document that is loaded into again and again must not grow by exact steps.
     Objects& objects = *children->GetInternalArray();
-    objects.reserve(objects.size() + static_cast<std::size_t>(count));
+    if (objects.empty()) objects.reserve(static_cast<std::size_t>(count));
   }
   unsigned int status = CUResult_Failed;
   for (CFIndex i = 0; i < count; ++i) {

@@ -5,10 +5,6 @@
 
 namespace {
 
-void const* RetainObject(CFAllocatorRef, void const* value) { return CFRetain(value); }
-
-void ReleaseObject(CFAllocatorRef, void const* value) { CFRelease(value); }
-
 constexpr CFArrayCallBacks kBorrowing = {0, nullptr, nullptr, nullptr, nullptr};
 
 }  // namespace

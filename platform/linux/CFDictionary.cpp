@@ -13,10 +13,6 @@
 
 namespace {
 
-void const* RetainObject(CFAllocatorRef, void const* value) { return CFRetain(value); }
-
-void ReleaseObject(CFAllocatorRef, void const* value) { CFRelease(value); }
-
 // The bytes of a string's units if the object is one. The width is part of the text: strings of
 // different widths are never equal.
 CFStringRef AsString(void const* value) {

@@ -6,3 +6,7 @@ CFTypeRef CFRetain(CFTypeRef object) {
 }
 
 void CFRelease(CFTypeRef object) { static_cast<CFObject const*>(object)->Release(); }
+
+void const* RetainObject(CFAllocatorRef, void const* object) { return CFRetain(object); }
+
+void ReleaseObject(CFAllocatorRef, void const* object) { CFRelease(object); }

@@ -57,6 +57,10 @@ class CFObject {
   Life m_life = Life::Counted;
 };
 
+// What collections of objects call for each that enters or leaves.
+void const* RetainObject(CFAllocatorRef allocator, void const* object);
+void ReleaseObject(CFAllocatorRef allocator, void const* object);
+
 // A block for `Type` and `extraBytes` behind it, constructed; null when memory runs out.
 template <class Type, class... Arguments>
 Type* MakeCFObject(std::size_t extraBytes, Arguments&&... arguments) {
