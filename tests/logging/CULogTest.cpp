@@ -425,7 +425,7 @@ TEST(CULog, StartsAReportOnTheMachine) {
   std::string const start = folder + "/cut\"; : \"";
   std::size_t const frame =
       start.size() + std::strlen(SystemReportTool()) + std::strlen(" > \"\" &");
-  for (std::size_t const size : {2048, 2047}) {
+  for (std::size_t const size : {2048u, 2047u}) {
     EXPECT_FALSE(fs::exists(folder + "/cut"));
     z_WriteSystemInfo(Make(start + std::string(size - frame, '/')));
   }
