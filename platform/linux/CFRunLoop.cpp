@@ -32,9 +32,10 @@ thread_local ThreadLoops t_loops;
 // Whether this thread may run the process-wide context: it does so already, or it is the main
 // thread and no other does.
 bool OwnsDefaultContext() {
+  thread_local bool const isMainThread = getpid() == gettid();
   GMainContext* const context = g_main_context_default();
   if (g_main_context_is_owner(context)) return true;
-  if (getpid() != gettid() || !g_main_context_acquire(context)) return false;
+  if (!isMainThread || !g_main_context_acquire(context)) return false;
   g_main_context_release(context);
   return true;
 }

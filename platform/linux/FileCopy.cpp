@@ -159,17 +159,17 @@ std::optional<UInt64> SizeToRename(FileTask const& task) {
 }
 
 std::optional<OSStatus> RenameFile(FileTask const& task) {
-  struct stat source;
-  if (lstat(task.source.c_str(), &source) != 0) return StatusFromErrno(errno);
   std::string const destination = DestinationOf(task);
-  OSStatus const status = CheckDestination(task, AT_FDCWD, destination.c_str(), source);
-  if (status != noErr) return status;
   int error = 0;
   if (!task.overwrite) {
     error = RenameWithoutReplacing(AT_FDCWD, task.source.c_str(), AT_FDCWD, destination.c_str(),
                                    task.means);
-  } else if (rename(task.source.c_str(), destination.c_str()) != 0) {
-    error = errno;
+  } else {
+    struct stat source;
+    if (lstat(task.source.c_str(), &source) != 0) return StatusFromErrno(errno);
+    OSStatus const status = CheckDestination(task, AT_FDCWD, destination.c_str(), source);
+    if (status != noErr) return status;
+    if (rename(task.source.c_str(), destination.c_str()) != 0) error = errno;
   }
   if (error == EXDEV) return std::nullopt;
   return error == 0 ? OSErr{noErr} : StatusFromErrno(error);

@@ -111,16 +111,16 @@ struct __FSFileOperation final : CFObject, private CopyObserver {
     m_interval = std::llround(std::clamp(interval, 0.001, 1e9) * 1e6);
 
     std::optional<UInt64> const sizeToRename = m_task.isMove ? SizeToRename(m_task) : std::nullopt;
-    JoinRunLoop();
     if (sizeToRename) {
       m_total = *sizeToRename;
       m_phase = Phase::Complete;
-      g_source_set_ready_time(m_source.Get(), 0);
-    } else if (!StartWorker()) {
-      LeaveRunLoop();
-      return tmfoErr;
+      JoinRunLoop(0);
+      return noErr;
     }
-    return noErr;
+    JoinRunLoop(g_get_monotonic_time() + m_interval);
+    if (StartWorker()) return noErr;
+    LeaveRunLoop();
+    return tmfoErr;
   }
 
   void Cancel() {
@@ -160,11 +160,12 @@ struct __FSFileOperation final : CFObject, private CopyObserver {
     Over
   };
 
-  void JoinRunLoop() {
+  // The time is set before the loop knows the source: later it would have to be woken.
+  void JoinRunLoop(gint64 firstReport) {
     m_source = SourceHandle(g_source_new(&g_operationFuncs, sizeof(OperationSource)));
     reinterpret_cast<OperationSource*>(m_source.Get())->operation = this;
     g_source_set_name(m_source.Get(), "file operation");
-    g_source_set_ready_time(m_source.Get(), g_get_monotonic_time() + m_interval);
+    g_source_set_ready_time(m_source.Get(), firstReport);
     g_source_attach(m_source.Get(), m_runLoop->context);
   }
 

@@ -1,5 +1,9 @@
 #include "platform/linux/MountTable.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <algorithm>
 #include <atomic>
 
@@ -14,6 +18,18 @@ bool LiesIn(std::string const& mountPoint, std::string const& path) {
   std::size_t const length = mountPoint.size() == 1 ? 0 : mountPoint.size();
   return path.compare(0, length, mountPoint, 0, length) == 0 &&
          (path.size() == length || path[length] == '/');
+}
+
+// The kernel lists what is mounted at or below the root of this process. Where that is a mere
+// folder of a volume, as chroot can have it, the volume is what stands at "/".
+void AddVolumeOfRoot(std::vector<MountedVolume>* volumes) {
+  struct statx root;
+  if (statx(AT_FDCWD, "/", 0, STATX_MNT_ID, &root) != 0 || (root.stx_mask & STATX_MNT_ID) == 0) {
+    return;
+  }
+  constexpr int kNoParent = -1;
+  volumes->push_back({static_cast<int>(root.stx_mnt_id), kNoParent,
+                      makedev(root.stx_dev_major, root.stx_dev_minor), "/", ""});
 }
 
 }  // namespace
@@ -35,6 +51,9 @@ std::vector<MountedVolume> ReadMountTable() {
     volumes.push_back({mnt_fs_get_id(entry), mnt_fs_get_parent_id(entry), mnt_fs_get_devno(entry),
                        target, source != nullptr ? source : ""});
   }
+  bool const hasRoot = std::any_of(volumes.begin(), volumes.end(),
+                                   [](auto const& volume) { return volume.mountPoint == "/"; });
+  if (!volumes.empty() && !hasRoot) AddVolumeOfRoot(&volumes);
   return volumes;
 }
 

@@ -225,6 +225,24 @@ TEST_F(Volumes, OfMemoryAndBindMountsAreWhatTheyAre) {
                       base + "covered 2/2\n1110 none no volume");
 }
 
+// A root that is a mere folder has no line in the kernel's table.
+TEST_F(Volumes, OfAChangedRootStandAtIt) {
+  Folder("root/proc");
+  Folder("root/folder");
+  std::string const told = InChild([&]() -> std::string {
+    std::string const root = base + "root";
+    if (!OwnMountTable() || !MountBind("/proc", root + "/proc")) return "no mount";
+    if (chroot(root.c_str()) != 0 || chdir("/") != 0) return "no mount";
+    FSRef ref;
+    HFSUniStr255 name;
+    bool const isRoot =
+        Root(VolumeNumberOf("/folder"), &ref, &name) == noErr && std::string(ref.path) == "/";
+    return to_string(isRoot) + EnumeratedVolumes();
+  });
+  if (told == "no mount") GTEST_SKIP() << "this user may not mount";
+  EXPECT_EQ(told, "1 /proc /");
+}
+
 TEST_F(Volumes, OnALoopDeviceHaveItsName) {
   Folder("at");
   std::string const text = InChild([&]() -> std::string {
