@@ -12,6 +12,15 @@ namespace {
 
 using Objects = std::vector<CUSharedPtr<CUObject>>;
 using Iterator = Objects::iterator;
+using Element = CUSharedPtr<CUObject>*;
+
+// Removes an element. It is let go once the array is whole again: as it dies, it may come back to
+// the array.
+CUSharedPtr<CUObject> Take(Objects& objects, Iterator place) {
+  CUSharedPtr<CUObject> taken = std::move(*place);
+  objects.erase(place);
+  return taken;
+}
 
 // Merges two sorted neighbours without memory. Elements only ever change places, so that none is
 // lost when a comparison throws.
@@ -48,18 +57,45 @@ void SortInPlace(Iterator first, Iterator last, CUSortDescriptor& before) {
 }
 
 // Puts at each place the element that `order` names for it, by swaps along each cycle.
-void Rearrange(Objects& objects, CUSharedPtr<CUObject>** order) {
-  CUSharedPtr<CUObject>* const base = objects.data();
+void Rearrange(Objects& objects, Element* order) {
+  Element const base = objects.data();
   for (std::size_t i = 0; i < objects.size(); ++i) {
     std::size_t at = i;
     while (order[at] != base + i) {
-      CUSharedPtr<CUObject>* const from = order[at];
+      Element const from = order[at];
       std::swap(base[at], *from);
       order[at] = base + at;
       at = static_cast<std::size_t>(from - base);
     }
     order[at] = base + at;
   }
+}
+
+// Sorts stably, with room for half of the elements. Comparisons may contradict each other, and
+// themselves: the order is any then, but nothing outside is touched, which std::stable_sort does
+// not promise.
+void MergeSort(Element* first, Element* last, Element* room, CUSortDescriptor& before) {
+  constexpr std::ptrdiff_t kFew = 8;
+  if (last - first <= kFew) {
+    for (Element* next = first; next != last; ++next) {
+      Element const element = *next;
+      Element* place = next;
+      for (; place != first && before(*element, *place[-1]); --place) *place = place[-1];
+      *place = element;
+    }
+    return;
+  }
+  Element* const middle = first + (last - first) / 2;
+  MergeSort(first, middle, room, before);
+  MergeSort(middle, last, room, before);
+  Element* left = room;
+  Element* const leftEnd = std::copy(first, middle, room);
+  Element* right = middle;
+  Element* place = first;
+  while (left != leftEnd && right != last) {
+    *place++ = before(**right, **left) ? *right++ : *left++;
+  }
+  std::copy(left, leftEnd, place);
 }
 
 // Sorts pointers at the elements and moves the elements once the order stands, so that no count is
@@ -70,15 +106,13 @@ void SortStably(Objects& objects, CUSortDescriptor const& descriptor) {
   std::size_t const count = objects.size();
   if (count < 2) return;
 
-  using Element = CUSharedPtr<CUObject>*;
-  std::unique_ptr<Element[]> const order(new (std::nothrow) Element[count]);
+  std::unique_ptr<Element[]> const order(new (std::nothrow) Element[count + count / 2]);
   if (!order) {
     SortInPlace(objects.begin(), objects.end(), before);
     return;
   }
   for (std::size_t i = 0; i < count; ++i) order[i] = &objects[i];
-  std::stable_sort(order.get(), order.get() + count,
-                   [&before](Element a, Element b) { return before(*a, *b); });
+  MergeSort(order.get(), order.get() + count, order.get() + count, before);
   Rearrange(objects, order.get());
 }
 
@@ -128,20 +162,19 @@ void CUMutableArray::InsertObjectAtIndex(CUSharedPtr<CUObject> object, unsigned 
 
 void CUMutableArray::RemoveAllObjects() {
   Objects& objects = *GetInternalArray();
-  while (!objects.empty()) objects.pop_back();
+  while (!objects.empty()) Take(objects, objects.end() - 1);
 }
 
 void CUMutableArray::RemoveObjectAtIndex(unsigned long index) {
   Objects& objects = *GetInternalArray();
-  if (index >= objects.size()) return;
-  objects.erase(objects.begin() + static_cast<std::ptrdiff_t>(index));
+  if (index < objects.size()) Take(objects, objects.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 void CUMutableArray::RemoveObject(CUSharedPtr<CUObject> object) {
   if (object == nullptr) return;
   Objects& objects = *GetInternalArray();
   auto const found = std::find(objects.begin(), objects.end(), object);
-  if (found != objects.end()) objects.erase(found);
+  if (found != objects.end()) Take(objects, found);
 }
 
 void CUMutableArray::SetArray(CUSharedPtr<CUArray> source) {

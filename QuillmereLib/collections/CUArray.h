@@ -85,6 +85,7 @@ class QUILLMERE_API CUMutableArray : public CUArray {
   // it empty.
   void SetArray(CUSharedPtr<CUArray> source);
 
-  // Sorts stably in place; null does nothing. Should a comparison throw, the order is as before.
+  // Sorts stably in place; null does nothing. Should a comparison throw, the order is as before, or
+  // another where memory was short, but no element is lost.
   void SortUsingDescriptor(CUSharedPtr<CUSortDescriptor> descriptor);
 };

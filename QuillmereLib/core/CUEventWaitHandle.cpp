@@ -18,11 +18,14 @@ CUEventWaitHandle::~CUEventWaitHandle() {
 }
 
 bool CUEventWaitHandle::WaitOne() {
-  m_lock->WaitOne();
+  // What is needed after the wait is held by then: the wake-up may be that of the event's end.
+  CUSharedPtr<CUMutex> const lock = m_lock;
+  bool const resets = m_resetMode == CUEventWaitHandle_AutoReset;
+  lock->WaitOne();
   // One wait and no loop: callers rely on coming back from every wake-up.
-  if (!m_signaled) pthread_cond_wait(&m_condition, m_lock->GetMutex());
-  if (m_resetMode == CUEventWaitHandle_AutoReset) m_signaled = false;
-  m_lock->ReleaseMutex();
+  if (!m_signaled) pthread_cond_wait(&m_condition, lock->GetMutex());
+  if (resets) m_signaled = false;
+  lock->ReleaseMutex();
   return true;
 }
 

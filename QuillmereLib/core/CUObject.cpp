@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <string>
 #include <typeinfo>
 
 #include "Blocks.h"
@@ -22,9 +23,10 @@ void CUObject::InitObjectMutex() {
 }
 
 CUSharedPtr<CUStringMac> CUObject::Description() {
-  char text[256];  // a type name that is longer is cut
-  std::snprintf(text, sizeof text, "%s(0x%p)", typeid(*this).name(), static_cast<void*>(this));
-  return new CUStringMac(text, CUString_CharCode_UTF8);
+  char address[32];
+  std::snprintf(address, sizeof address, "(0x%p)", static_cast<void*>(this));
+  std::string const text = typeid(*this).name() + std::string(address);
+  return new CUStringMac(text.c_str(), CUString_CharCode_UTF8);
 }
 
 void* CUObject::operator new(std::size_t size) {

@@ -47,17 +47,26 @@ class QUILLMERE_API CUObject {
   virtual CUObject& operator=(CUObject const&) { return *this; }
 
   // Objects come and go in great numbers, so `new` takes their memory from an allocator made for
-  // that. A class that derives from another with such operators of its own must choose.
+  // that; `::new` goes past it, and the last pointer could not give its memory back. A class that
+  // derives from another with such operators of its own must choose.
   static void* operator new(std::size_t size);
   static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
   static void* operator new(std::size_t, void* place) noexcept { return place; }
   static void* operator new(std::size_t size, std::align_val_t alignment) {
     return ::operator new(size, alignment);
   }
+  static void* operator new(std::size_t size, std::align_val_t alignment,
+                            std::nothrow_t const&) noexcept {
+    return ::operator new(size, alignment, std::nothrow);
+  }
   static void operator delete(void* block) noexcept;
   static void operator delete(void* block, std::nothrow_t const&) noexcept;
   static void operator delete(void*, void*) noexcept {}
   static void operator delete(void* block, std::align_val_t alignment) noexcept {
+    ::operator delete(block, alignment);
+  }
+  static void operator delete(void* block, std::align_val_t alignment,
+                              std::nothrow_t const&) noexcept {
     ::operator delete(block, alignment);
   }
 

@@ -17,7 +17,7 @@
 template <class T>
 class QUILLMERE_API CUSharedPtr {
  public:
-  CUSharedPtr() noexcept : m_ptr(nullptr) {}
+  constexpr CUSharedPtr() noexcept : m_ptr(nullptr) {}
 
   // Shares `object`, which must come from `new`, or is null.
   CUSharedPtr(T* object) noexcept : m_ptr(object) { Add(m_ptr); }

@@ -11,19 +11,15 @@
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/filesystem/CUDirectory.h"
 #include "QuillmereLib/filesystem/CUFileInfo.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 
 namespace {
-
-OSStatus Resolve(CUStringMac& path, OptionBits options, FSRef* ref, Boolean* isDirectory) {
-  char const* const text = path;
-  return FSPathMakeRefWithOptions(reinterpret_cast<UInt8 const*>(text), options, ref, isDirectory);
-}
 
 // Not inlined, as each level of a recursive deletion would keep the room of its reference.
 [[gnu::noinline]] bool IsLinkToDirectory(CUStringMac& path) {
   FSRef ref;
   Boolean isDirectory = false;
-  return Resolve(path, kFSPathMakeRefDoNotFollowLeafSymlink, &ref, &isDirectory) == noErr &&
+  return ResolvePath(path, kFSPathMakeRefDoNotFollowLeafSymlink, &ref, &isDirectory) == noErr &&
          !isDirectory && CUDirectory::Exists(&path);
 }
 
@@ -31,7 +27,7 @@ OSStatus Resolve(CUStringMac& path, OptionBits options, FSRef* ref, Boolean* isD
 // walked through.
 bool IsTooLong(CUStringMac& path) {
   FSRef ref;
-  return Resolve(path, kFSPathMakeRefDefaultOptions, &ref, nullptr) == bdNamErr;
+  return ResolvePath(path, kFSPathMakeRefDefaultOptions, &ref) == bdNamErr;
 }
 
 class DirectoryIterator {
@@ -122,10 +118,7 @@ bool CUDirectoryInfo::CreateDirectory(CUSharedPtr<CUStringMac> path) {
   }
   FSRef parentRef;
   Boolean isDirectory = false;
-  if (Resolve(parent, kFSPathMakeRefDefaultOptions, &parentRef, &isDirectory) != noErr ||
-      !isDirectory) {
-    return false;
-  }
+  if (!MakeRef(parent, &parentRef, &isDirectory) || !isDirectory) return false;
   HFSUniStr255 fileName = {};
   if (CUFailed(CUStringMac::GetUnicodeFileName(name, &fileName))) return false;
   return FSCreateDirectoryUnicode(&parentRef, fileName.length, fileName.unicode, kFSCatInfoNone,
@@ -135,7 +128,7 @@ bool CUDirectoryInfo::CreateDirectory(CUSharedPtr<CUStringMac> path) {
 void CUDirectoryInfo::Delete() {
   FSRef ref;
   if (!CUDirectory::Exists(&fullName) ||
-      Resolve(fullName, kFSPathMakeRefDoNotFollowLeafSymlink, &ref, nullptr) != noErr) {
+      ResolvePath(fullName, kFSPathMakeRefDoNotFollowLeafSymlink, &ref) != noErr) {
     ThrowErrorCode(CUError_DirectoryNotFound);
   }
   if (FSDeleteObject(&ref) != noErr) ThrowErrorCode(CUError_IOFailure);
@@ -168,7 +161,7 @@ void CUDirectoryInfo::DeleteSubObjects(CUSharedPtr<CUArray> objects, bool areDir
 void CUDirectoryInfo::Recycle() {
   if (!CUDirectory::Exists(&fullName)) ThrowErrorCode(CUError_DirectoryNotFound);
   Recycling recycling = {0, false};
-  WorkspaceRecyclePath(fullName, EndRecycling, &recycling);
+  WorkspaceRecyclePath(WholePathText(fullName), EndRecycling, &recycling);
   while (!recycling.done) CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.5, true);
   if (recycling.errorCode != 0) throw recycling.errorCode;
 }
@@ -181,10 +174,7 @@ CUSharedPtr<CUArray> CUDirectoryInfo::GetObjects(bool wantDirectories) {
   CUSharedPtr<CUMutableArray> const objects = new CUMutableArray;
   FSRef ref;
   Boolean isDirectory = false;
-  if (Resolve(fullName, kFSPathMakeRefDefaultOptions, &ref, &isDirectory) != noErr ||
-      !isDirectory) {
-    ThrowErrorCode(CUError_IOFailure);
-  }
+  if (!MakeRef(fullName, &ref, &isDirectory) || !isDirectory) ThrowErrorCode(CUError_IOFailure);
   DirectoryIterator iterator(ref);
   HFSUniStr255 name;
   CUStringMac path;

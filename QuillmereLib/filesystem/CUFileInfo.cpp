@@ -7,6 +7,7 @@
 #include "QuillmereLib/core/CUThread.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/filesystem/CUFile.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 
 // Copying and moving are defined in CUFileInfoCopy.cpp.
 
@@ -25,9 +26,7 @@ CUFileInfo::CUFileInfo(CUSharedPtr<CUStringMac> path)
 void CUFileInfo::Delete() {
   FSRef ref;
   Boolean isDirectory = false;
-  char const* const text = fullName;
-  if (FSPathMakeRefWithOptions(reinterpret_cast<UInt8 const*>(text),
-                               kFSPathMakeRefDoNotFollowLeafSymlink, &ref, &isDirectory) != noErr) {
+  if (ResolvePath(fullName, kFSPathMakeRefDoNotFollowLeafSymlink, &ref, &isDirectory) != noErr) {
     return;
   }
   if (isDirectory) ThrowErrorCode(CUError_PathIsDirectory);

@@ -33,11 +33,13 @@ class QUILLMERE_API CUFileInfo : public CUFileSysytemInfo {
 
   // Copy or move the file to the full path `destination`, turning this thread's run loop until it
   // is over. The destination appears whole or not at all; an old one survives every failure and
-  // every stop. Throw, before anything is begun: error code 2 for a null `info` or destination, 1
-  // for an empty path, 9 for a source that is no readable file, 4 for a readable destination
-  // without `overwrite`. Return 0 when done and when stopped by the callback, 0x10001 for a
-  // destination without a folder or a name, 0x10002 where the work could not be set up, 0x10003 for
-  // a failed copy and 0x10004 for a failed move. One operation at a time an object.
+  // every stop, but for a move between volumes that cannot delete its source, where the volume
+  // cannot swap names: both files are there then, the old one is not. Throw, before anything is
+  // begun: error code 2 for a null `info` or destination, 1 for an empty path, 9 for a source that
+  // is no readable file, 4 for a readable destination without `overwrite`. Return 0 when done and
+  // when stopped by the callback, 0x10001 for a destination without a folder or a name, 0x10002
+  // where the work could not be set up, 0x10003 for a failed copy and 0x10004 for a failed move.
+  // One operation at a time an object.
   virtual CUResult CopyWithProgress(CUSharedPtr<CUStringMac> destination, _CopyProgress_Info* info,
                                     bool overwrite);
   virtual CUResult MoveWithProgress(CUSharedPtr<CUStringMac> destination, _CopyProgress_Info* info,

@@ -7,6 +7,7 @@
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/filesystem/CUFile.h"
 #include "QuillmereLib/filesystem/CUFileInfo.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 #include "QuillmereLib/streams/CUFileStream.h"
 
 namespace {
@@ -83,8 +84,8 @@ CUResult CUFileInfo::z_CopyMoveWithProgress(CUSharedPtr<CUStringMac> destination
   CUResult result = failure;
   auto const start = isCopy ? FSPathCopyObjectAsync : FSPathMoveObjectAsync;
   OptionBits const flags = overwrite ? kFSFileOperationOverwrite : kFSFileOperationDefaultOptions;
-  if (start(operation.Get(), fullName, folder, name, flags, CopyProgressRoutineMac, kInterval,
-            &context) == noErr) {
+  if (start(operation.Get(), WholePathText(fullName), WholePathText(folder), name, flags,
+            CopyProgressRoutineMac, kInterval, &context) == noErr) {
     while (!progressFinished) TurnRunLoop();
     if (!progressCancelled) {
       result = progressFailed ? failure : CUResult_Success;

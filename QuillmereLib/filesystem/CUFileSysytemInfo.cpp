@@ -3,6 +3,7 @@
 #include <CoreServices/CoreServices.h>
 
 #include "QuillmereLib/core/ThrowErrorCode.h"
+#include "QuillmereLib/filesystem/PathRef.h"
 
 namespace {
 
@@ -36,9 +37,7 @@ void CUFileSysytemInfo::Rename(CUSharedPtr<CUStringMac> newName) {
   }
 
   FSRef ref;
-  char const* const text = fullName;
-  if (FSPathMakeRefWithOptions(reinterpret_cast<UInt8 const*>(text),
-                               kFSPathMakeRefDoNotFollowLeafSymlink, &ref, nullptr) != noErr) {
+  if (ResolvePath(fullName, kFSPathMakeRefDoNotFollowLeafSymlink, &ref) != noErr) {
     ThrowErrorCode(CUError_IOFailure);
   }
   HFSUniStr255 name = {};

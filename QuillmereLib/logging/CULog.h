@@ -42,7 +42,8 @@ constexpr unsigned long long kLogFileSizeLimit = 1000000;
 // written is lost without a sign, and the next one tries afresh.
 //
 // Any thread may call everything here, also while the library is loaded or the process exits, when
-// nothing is logged. Lines of one process never mix. Only InitializeWithName and Init throw.
+// nothing is logged. Lines of one process never mix. Only InitializeWithName and Init throw
+// error codes, and the forms that write throw nothing at all.
 class QUILLMERE_API CULog : public CUObject {
  public:
   // For InitializeWithName, which makes the one log of a process.

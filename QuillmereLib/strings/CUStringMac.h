@@ -30,7 +30,8 @@ enum _CUStringComparison : unsigned int {
 
 // Text of UTF-16 units, changed only by assignment. A string is null, empty or text; the null
 // string (from bytes that do not decode, from a null source) differs from the empty one, is equal
-// to nothing, and makes operations fail as each tells. No two strings share their platform string.
+// to nothing, and makes operations fail as each tells. Strings share no platform string but that of
+// a constant, such as the empty one.
 //
 // There is no lock, and `operator char const*` changes the object: threads must not share a string
 // that one of them converts. Only `std::bad_alloc` is ever thrown.
@@ -149,8 +150,8 @@ class QUILLMERE_API CUStringMac : public virtual CUObject {
                                                     va_list arguments);
 
   // `name` in the form that the platform's calls take names in: colons become slashes. Its length
-  // goes in cut to 16 bits. Fails for a null or null-string name and a null `result`, and for a
-  // name of more than 255 units, which does not fit.
+  // goes in cut to 16 bits. Fails for a null or null-string name and a null `result`, and where the
+  // length so cut is above 255, which does not fit.
   static CUResult GetUnicodeFileName(CUSharedPtr<CUStringMac> name, HFSUniStr255* result);
 
  private:

@@ -116,9 +116,9 @@ bool CUUUID::IsNotFillSerialArea() {
 
 void CUUUID::CorrectSerialArea(unsigned char* serial) {
   if (serial == nullptr) return;
+  CFUUIDBytes bytes = GetUUIDBytes();
+  std::memcpy(reinterpret_cast<unsigned char*>(&bytes) + kSerialStart, serial, kSerialSize);
   try {
-    CFUUIDBytes bytes = GetUUIDBytes();
-    std::memcpy(reinterpret_cast<unsigned char*>(&bytes) + kSerialStart, serial, kSerialSize);
     SetUUIDBytes(bytes);
   } catch (...) {
   }

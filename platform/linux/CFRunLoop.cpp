@@ -43,6 +43,7 @@ bool OwnsDefaultContext() {
 GMainContext* ContextOfThread() {
   GMainContext* const chosen = g_main_context_get_thread_default();
   if (chosen != nullptr) return chosen;
+  if (t_loops.own != nullptr && g_main_context_is_owner(t_loops.own)) return t_loops.own;
   if (OwnsDefaultContext()) return g_main_context_default();
   if (t_loops.own == nullptr) t_loops.own = g_main_context_new();
   return t_loops.own;
@@ -117,6 +118,12 @@ CFRunLoopRef CFRunLoopGetCurrent() {
   if (t_loops.current != nullptr) CFRelease(t_loops.current);
   return t_loops.current = made;
 }
+
+bool KeepRunLoop(CFRunLoopRef runLoop) {
+  return runLoop == CFRunLoopGetCurrent() && g_main_context_acquire(runLoop->context) != FALSE;
+}
+
+void LetRunLoopGo(GMainContext* context) { g_main_context_release(context); }
 
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
                                       Boolean returnAfterSourceHandled) {

@@ -14,3 +14,10 @@ struct __CFRunLoop final : CFObject {
 
   GMainContext* const context;
 };
+
+// Keeps the run loop to the calling thread, whose own it must be, until LetRunLoopGo: what is to
+// come back to this thread could otherwise be called by another that begins to run the context, or
+// be waited for on one that this thread takes up instead. False for another thread's, which stays
+// as it is.
+bool KeepRunLoop(CFRunLoopRef runLoop);
+void LetRunLoopGo(GMainContext* context);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -187,16 +188,24 @@ PlainCharacters ReadPlainCharacters() {
 
 // Made at the first comparison, in some milliseconds.
 PlainCharacters const& Plain() {
-  static PlainCharacters const* const plain = new PlainCharacters(ReadPlainCharacters());
-  return *plain;
+  static PlainCharacters const none;
+  try {
+    static PlainCharacters const* const plain = new PlainCharacters(ReadPlainCharacters());
+    return *plain;
+  } catch (std::bad_alloc const&) {
+    return none;  // the next comparison tries again
+  }
 }
 
 // The collator of one strength, made at its first use, shared by all threads and never closed:
 // strings are compared by static destructors too. Null where ICU could not open it.
 UCollator* Collator(bool ignoreCase) {
-  static UCollator* const withCase = OpenCollator(UCOL_TERTIARY).Release();
-  static UCollator* const withoutCase = OpenCollator(UCOL_SECONDARY).Release();
-  return ignoreCase ? withoutCase : withCase;
+  static std::atomic<UCollator*> collators[2];
+  std::atomic<UCollator*>& place = collators[ignoreCase ? 1 : 0];
+  UCollator* present = place.load(std::memory_order_acquire);
+  if (present != nullptr) return present;
+  CollatorHandle made = OpenCollator(ignoreCase ? UCOL_SECONDARY : UCOL_TERTIARY);
+  return place.compare_exchange_strong(present, made.Get()) ? made.Release() : present;
 }
 
 // What is equal at one strength in texts that are not ASCII alone, with equal numbers, 0 for
@@ -243,12 +252,17 @@ WideClasses ReadWideClasses(UCollator* collator) {
 
 // Made at the first search that needs them.
 WideClasses const& ClassesAnywhere(bool ignoreCase) {
-  if (ignoreCase) {
-    static auto const* const withoutCase = new WideClasses(ReadWideClasses(Collator(true)));
-    return *withoutCase;
+  static WideClasses const none;
+  try {
+    if (ignoreCase) {
+      static auto const* const withoutCase = new WideClasses(ReadWideClasses(Collator(true)));
+      return *withoutCase;
+    }
+    static auto const* const withCase = new WideClasses(ReadWideClasses(Collator(false)));
+    return *withCase;
+  } catch (std::bad_alloc const&) {
+    return none;
   }
-  static auto const* const withCase = new WideClasses(ReadWideClasses(Collator(false)));
-  return *withCase;
 }
 
 // The units of a string of either width, in place or widened into a buffer.
@@ -352,9 +366,29 @@ UInt8 const* FindClasses(UInt8 const* text, std::size_t length, UInt8 const* wan
 
 UInt16 const* FindClasses(UInt16 const* text, std::size_t length, UInt16 const* wanted,
                           std::size_t wantedLength) {
-  UInt16 const* const end = text + length;
-  UInt16 const* const at = std::search(text, end, wanted, wanted + wantedLength);
-  return at == end ? nullptr : at;
+  constexpr std::size_t kShort = 32;
+  std::unique_ptr<std::size_t[]> borders;
+  if (wantedLength > kShort) borders.reset(new (std::nothrow) std::size_t[wantedLength]);
+  if (!borders) {
+    UInt16 const* const end = text + length;
+    UInt16 const* const at = std::search(text, end, wanted, wanted + wantedLength);
+    return at == end ? nullptr : at;
+  }
+
+  // By Knuth, Morris and Pratt. For each beginning of what is wanted: how long a shorter one it
+  // ends in. So no unit of the text is looked at again.
+  auto const goOn = [&](std::size_t matched, UInt16 unit) {
+    while (matched > 0 && wanted[matched] != unit) matched = borders[matched - 1];
+    return wanted[matched] == unit ? matched + 1 : 0;
+  };
+  borders[0] = 0;
+  for (std::size_t i = 1; i < wantedLength; ++i) borders[i] = goOn(borders[i - 1], wanted[i]);
+  std::size_t matched = 0;
+  for (std::size_t i = 0; i < length; ++i) {
+    matched = goOn(matched, text[i]);
+    if (matched == wantedLength) return text + i + 1 - wantedLength;
+  }
+  return nullptr;
 }
 
 // Plain search, where both texts consist of characters that the collation takes one by one: then a

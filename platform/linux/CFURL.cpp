@@ -50,13 +50,13 @@ CFStringRef CreateString(char const* bytes, std::size_t length) {
 }
 
 CFStringRef CreateWithoutLastSlashes(CFStringRef path) {
-  CFStringRef result = static_cast<CFStringRef>(CFRetain(path));
-  for (CFIndex length = CFStringGetLength(path);
-       result != nullptr && length > 1 && CFStringHasSuffix(result, CFSTR("/"));) {
-    CFRelease(result);
-    result = CFStringCreateWithSubstring(kCFAllocatorDefault, path, CFRangeMake(0, --length));
-  }
-  return result;
+  auto const lengthOf = [length = path->length](auto const* units) {
+    CFIndex end = length;
+    while (end > 1 && units[end - 1] == '/') --end;
+    return end;
+  };
+  CFIndex const length = path->wide ? lengthOf(path->Wide()) : lengthOf(path->Narrow());
+  return CFStringCreateWithSubstring(kCFAllocatorDefault, path, CFRangeMake(0, length));
 }
 
 bool AreEqual(CFStringRef first, CFStringRef second) {

@@ -82,7 +82,7 @@ struct __FSFileOperation final : CFObject, private CopyObserver {
   ~__FSFileOperation() override {
     Cancel();
     if (m_worker.joinable()) m_worker.join();
-    LeaveRunLoop();
+    if (m_isScheduled) UnscheduleFrom(m_runLoop);
     if (m_runLoop != nullptr) CFRelease(m_runLoop);
   }
 
@@ -91,6 +91,7 @@ struct __FSFileOperation final : CFObject, private CopyObserver {
     m_runLoop = runLoop;
     CFRetain(runLoop);
     m_isScheduled = true;
+    m_keepsRunLoop = KeepRunLoop(runLoop);
     return noErr;
   }
 
@@ -98,6 +99,7 @@ struct __FSFileOperation final : CFObject, private CopyObserver {
     if (!m_isScheduled || m_runLoop != runLoop) return paramErr;
     m_isScheduled = false;
     LeaveRunLoop();
+    if (m_keepsRunLoop) LetRunLoopGo(runLoop->context);
     return noErr;
   }
 
@@ -258,6 +260,7 @@ struct __FSFileOperation final : CFObject, private CopyObserver {
   // Of the run loop's thread.
   __CFRunLoop* m_runLoop = nullptr;  // retained, also after unscheduling: the worker may wake it
   bool m_isScheduled = false;
+  bool m_keepsRunLoop = false;
   bool m_isStarted = false;
   FSPathFileOperationStatusProcPtr m_callback = nullptr;
   void* m_info = nullptr;

@@ -62,6 +62,7 @@ struct Recycling {
   FileHandle file;
   WorkspaceHandler handler;
   void* context;
+  bool keepsRunLoop = false;
   std::atomic<bool> done{false};
   CFIndex error = 0;
   std::thread worker{};
@@ -89,6 +90,7 @@ gboolean Dispatch(GSource* source, GSourceFunc, gpointer) {
     return G_SOURCE_CONTINUE;
   }
   recycling->worker.join();
+  if (recycling->keepsRunLoop) LetRunLoopGo(g_source_get_context(source));
   recycling->handler(recycling->error, recycling->context);
   return G_SOURCE_REMOVE;
 }
@@ -144,12 +146,15 @@ bool Start(FileHandle file, WorkspaceHandler handler, void* context) {
   reinterpret_cast<RecyclingSource*>(source.Get())->recycling = recycling.release();
   WaitLong(source.Get());
   g_source_attach(source.Get(), runLoop->context);
+  bool const keeps = KeepRunLoop(runLoop);
+  RecyclingOf(source.Get())->keepsRunLoop = keeps;
   try {
     RecyclingOf(source.Get())->worker =
         std::thread([shared = SourceHandle(g_source_ref(source.Get()))] { Work(shared); });
     return true;
   } catch (std::exception const&) {
     g_source_destroy(source.Get());
+    if (keeps) LetRunLoopGo(runLoop->context);
     return false;
   }
 }

@@ -22,7 +22,8 @@ CF_INSIDE CFRunLoopMode const kCFRunLoopDefaultMode;
 // the thread. It stands for the thread's own event context of the system's main loop, so that
 // running it serves the application's own sources too: the one that the thread has made its
 // default, else the process-wide one if this is the main thread or the one that runs it, else one
-// that is made for this thread. Null when memory runs out.
+// that is made for this thread. While a file operation or recycling that was begun on it is under
+// way it stays this thread's, and others that want to run it wait. Null when memory runs out.
 CF_INSIDE CFRunLoopRef CFRunLoopGetCurrent(void);
 
 // Runs the run loop of the calling thread for at most `seconds`, 0 for what is ready now, and says

@@ -35,8 +35,7 @@ enum : CFOptionFlags { kCFXMLParserSkipWhitespace = 8 };
 //   its bytes, a declared encoding other than UTF-8 is told as UTF-8, which trees are written in.
 // - A processing instruction without data has the empty string for it.
 // - A document type declaration ends the reading: the tree holds what stands in front, and a node
-// of
-//   that kind. What follows is not looked at, so that nothing is ever declared or expanded.
+//   for it. What follows is not looked at, so that nothing is ever declared or expanded.
 CF_INSIDE CFXMLTreeRef CFXMLTreeCreateFromData(CFAllocatorRef allocator, CFDataRef data,
                                                CFURLRef dataSource, CFOptionFlags options,
                                                CFIndex version);
