@@ -8,7 +8,9 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <string>
+#include <thread>
 
 #include "QuillmereLib/core/CUThread.h"
 #include "tests/support/InChild.h"
@@ -36,7 +38,6 @@ class Worker : public CUThread {
 TEST(CUThread, WaitsForTheEndOnce) {
   Worker worker;
   EXPECT_TRUE(worker.WaitOne());  // never started
-  worker.Join();
   int data = 0;
   ASSERT_EQ(worker.Start(&data), 0);
   EXPECT_EQ(worker.GetData(), &data);
@@ -49,8 +50,8 @@ TEST(CUThread, WaitsForTheEndOnce) {
 }
 
 TEST(CUThread, DestructorWaits) {
-  static std::atomic<bool> begun;
-  static std::atomic<bool> ended;
+  static std::atomic<bool> begun, ended;
+  begun = ended = false;
   struct Plain : CUThread {
     // Outlives the fields of a derived class, and so uses none.
     void* ThreadFunc() override {
@@ -60,12 +61,10 @@ TEST(CUThread, DestructorWaits) {
       return nullptr;
     }
   };
-  begun = false;
-  ended = false;
-  auto* const plain = new Plain;
+  auto plain = std::make_unique<Plain>();
   ASSERT_EQ(plain->Start(nullptr), 0);
   while (!begun) sched_yield();  // or the base's body would run
-  delete plain;
+  plain.reset();
   EXPECT_TRUE(ended);
 }
 
@@ -106,13 +105,19 @@ TEST(CUThread, SleepsMillisecondsOf32Bits) {
 
 TEST(CUEnvironment, CountsTheProcessorsOfThisProcess) {
   EXPECT_EQ(InChild([] {
-              cpu_set_t one;
-              CPU_ZERO(&one);
-              CPU_SET(sched_getcpu(), &one);
-              sched_setaffinity(0, sizeof one, &one);
-              return std::to_string(CUEnvironment::ProcessorCount());
+              auto const pinned = [] {
+                cpu_set_t one;
+                CPU_ZERO(&one);
+                CPU_SET(sched_getcpu(), &one);
+                sched_setaffinity(0, sizeof one, &one);
+                return CUEnvironment::ProcessorCount();
+              };
+              int const all = CUEnvironment::ProcessorCount();
+              int ofThread = 0;
+              std::thread([&] { ofThread = pinned(); }).join();
+              return std::to_string(ofThread - all) + std::to_string(pinned());
             }),
-            "1");
+            "01");
   int count = 0;
   std::size_t size = sizeof count;
   ASSERT_EQ(sysctlbyname("hw.activecpu", &count, &size, nullptr, 0), 0);

@@ -1,8 +1,10 @@
 // Locks, the scope that holds one, and events.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -10,8 +12,12 @@
 
 #include "QuillmereLib/core/CUEventWaitHandle.h"
 #include "tests/support/LoggingLock.h"
+#include "tests/support/Threads.h"
 
 namespace {
+
+constexpr _CUEventWaitHandle_EventResetMode kModes[] = {CUEventWaitHandle_AutoReset,
+                                                        CUEventWaitHandle_ManualReset};
 
 void Pause() { std::this_thread::sleep_for(std::chrono::milliseconds(40)); }
 
@@ -32,9 +38,9 @@ class Waiters {
  public:
   Waiters(CUEventWaitHandle& event, int count) : m_event(event) {
     for (int i = 0; i < count; ++i) {
-      m_threads.emplace_back([this, &event] {
+      m_threads.emplace_back([this] {
         ++m_entered;
-        EXPECT_TRUE(event.WaitOne());
+        EXPECT_TRUE(m_event.WaitOne());
         ++m_woken;
       });
     }
@@ -53,44 +59,29 @@ class Waiters {
 
   // How many have come back, `expected` of them at last. It stays a moment for one too many.
   int Woken(int expected) {
-    for (int i = 0; i < 500 && m_woken < expected; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    for (int i = 0; i < 125 && m_woken < expected; ++i) Pause();
     Pause();
     return m_woken;
   }
 
  private:
   CUEventWaitHandle& m_event;
-  std::atomic<int> m_entered{0};
-  std::atomic<int> m_woken{0};
+  std::atomic<int> m_entered{0}, m_woken{0};
   std::vector<std::thread> m_threads;
 };
-
-// Whether another thread would get the mutex now.
-bool IsFree(CUMutex& mutex) {
-  bool taken = false;
-  std::thread([&] {
-    taken = pthread_mutex_trylock(mutex.GetMutex()) == 0;
-    if (taken) mutex.ReleaseMutex();
-  }).join();
-  return taken;
-}
 
 }  // namespace
 
 TEST(CULock, NullLocksAndTheAbstractLockDoNothing) {
-  CULockAbstract abstract;
-  CULockAbstract* const null = nullptr;
-  CUSharedPtr<CULockAbstract> const nullPointer;
-  for (CULockAbstract* lock : {&abstract, null}) {
+  for (CUSharedPtr<CULockAbstract> const& lock :
+       {CUSharedPtr<CULockAbstract>(), CUSharedPtr<CULockAbstract>(new CULockAbstract)}) {
     CUSimpleMonitor::Enter(lock);
     CUSimpleMonitor::Exit(lock);
-    CUAutoLock const guard(lock);
+    CUSimpleMonitor::Enter(lock.Get());
+    CUSimpleMonitor::Exit(lock.Get());
+    CUAutoLock const raw(lock.Get());
+    CUAutoLock const shared(lock);
   }
-  CUSimpleMonitor::Enter(nullPointer);
-  CUSimpleMonitor::Exit(nullPointer);
-  CUAutoLock const guard(nullPointer);
 }
 
 // Red when the two forms are made alike, or when an exception of Unlock gets out.
@@ -123,31 +114,30 @@ TEST(CUAutoLock, SharedFormKeepsTheLockAlive) {
 
 TEST(CURecursiveLock, NestsOnOneThreadAndKeepsOthersOut) {
   CUSharedPtr<CULockAbstract> const lock = new CURecursiveLock;
-  std::atomic<bool> inside{false};
-  std::thread other;
-  {
-    CUAutoLock const outer(lock);
-    { CUAutoLock const inner(lock.Get()); }
-    other = std::thread([&] {
-      CUAutoLock const guard(lock);
-      inside = true;
-    });
-    Pause();
-    EXPECT_FALSE(inside);
-  }
-  other.join();
-  EXPECT_TRUE(inside);
+  std::atomic<int> inside{0};
+  OnThreads(4, [&](int) {
+    for (int i = 0; i < 1000; ++i) {
+      CUAutoLock const outer(lock);
+      { CUAutoLock const inner(lock.Get()); }
+      EXPECT_EQ(++inside, 1);
+      sched_yield();
+      --inside;
+    }
+  });
 }
 
 TEST(CUMutex, IsFreeAfterAsManyReleases) {
   CUMutex mutex;
-  EXPECT_TRUE(mutex.WaitOne());
-  EXPECT_TRUE(mutex.WaitOne());
-  EXPECT_FALSE(IsFree(mutex));
-  EXPECT_EQ(mutex.ReleaseMutex(), 0);
-  EXPECT_FALSE(IsFree(mutex));
-  EXPECT_EQ(mutex.ReleaseMutex(), 0);
-  EXPECT_TRUE(IsFree(mutex));
+  EXPECT_TRUE(mutex.WaitOne() && mutex.WaitOne());
+  for (int const answer : {EBUSY, EBUSY, 0}) {
+    OnThreads(1, [&](int) {
+      EXPECT_EQ(pthread_mutex_trylock(mutex.GetMutex()), answer);
+      if (answer == 0) mutex.ReleaseMutex();
+    });
+    if (answer != 0) {
+      EXPECT_EQ(mutex.ReleaseMutex(), 0);
+    }
+  }
   EXPECT_FALSE(CUWaitHandle().WaitOne());
 }
 
@@ -166,8 +156,7 @@ TEST(CUEventWaitHandle, AutoResetHandsTheSignalToOneWaiter) {
 
 TEST(CUEventWaitHandle, ManualResetLetsAllThroughUntilReset) {
   CUManualResetEvent event(true);
-  EXPECT_TRUE(event.WaitOne());
-  EXPECT_TRUE(event.WaitOne());
+  EXPECT_TRUE(event.WaitOne() && event.WaitOne());
   EXPECT_TRUE(event.Reset());
   Waiters waiters(event, 3);
   EXPECT_EQ(waiters.Woken(0), 0);
@@ -177,7 +166,7 @@ TEST(CUEventWaitHandle, ManualResetLetsAllThroughUntilReset) {
 }
 
 TEST(CUEventWaitHandle, SetOnASignalledEventWakesNobody) {
-  for (auto const mode : {CUEventWaitHandle_AutoReset, CUEventWaitHandle_ManualReset}) {
+  for (auto const mode : kModes) {
     CUEventWaitHandle event(false, mode);
     Waiters waiters(event, 1);
     Fields& fields = FieldsOf(event);
@@ -194,7 +183,7 @@ TEST(CUEventWaitHandle, SetOnASignalledEventWakesNobody) {
 
 // Red when the single wait is made a loop that tests the flag again.
 TEST(CUEventWaitHandle, AnyWakeUpEndsTheWait) {
-  for (auto const mode : {CUEventWaitHandle_AutoReset, CUEventWaitHandle_ManualReset}) {
+  for (auto const mode : kModes) {
     CUEventWaitHandle event(false, mode);
     Waiters waiters(event, 2);
     pthread_cond_broadcast(&FieldsOf(event).condition);

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -113,34 +114,29 @@ TEST_F(SimulatedDrives, AreOfTheirKinds) {
   d.Link("/dev/disk/by-uuid/1234", "../../sdb1");
   d.AddNode("/dev/sdb1");
 
-  // The kind, the location, and the sources that are of them.
-  std::tuple<unsigned int, std::string, std::vector<std::string>> const cases[] = {
-      {CUDriveType_CDROM,
-       "Internal",
-       {"/dev/sr0", "/dev/sr1", "/dev/sr1p1", "/dev/sr2", "/dev/sr3"}},
-      {CUDriveType_Fixed,
-       "Internal",
-       {"/dev/sda1", "/dev/nvme0n1p2", "/dev/mmcblk3p1", "/dev/ramble", "/dev/dm-1"}},
-      {CUDriveType_Fixed, "External", {"/dev/sdc1"}},
-      {CUDriveType_Fixed, "File", {"/dev/loop0"}},
-      {CUDriveType_Removable, "Internal", {"/dev/sr4", "/dev/sr5", "/dev/sdd", "/dev/mmcblk2p1"}},
-      {CUDriveType_Removable,
-       "External",
-       {"/dev/sdb1", "/dev/sdb", "/dev/mapper/secret", "/dev/disk/by-uuid/1234", "/dev/root"}},
-      {CUDriveType_RAM, "RAM", {"/dev/ram0", "/dev/zram11"}},
-      {CUDriveType_NoBSDDevice, "", {"tmpfs", "/sda1", "server:/dev/sda1", "/dev/gone"}}};
+  // The kind, the location, and the devices that are of them.
+  std::tuple<unsigned int, std::string, std::string> const cases[] = {
+      {CUDriveType_CDROM, "Internal", "sr0 sr1 sr1p1 sr2 sr3"},
+      {CUDriveType_Fixed, "Internal", "sda1 nvme0n1p2 mmcblk3p1 ramble dm-1"},
+      {CUDriveType_Fixed, "External", "sdc1"},
+      {CUDriveType_Fixed, "File", "loop0"},
+      {CUDriveType_Removable, "Internal", "sr4 sr5 sdd mmcblk2p1"},
+      {CUDriveType_Removable, "External", "sdb1 sdb mapper/secret disk/by-uuid/1234 root"},
+      {CUDriveType_RAM, "RAM", "ram0 zram11"},
+      {CUDriveType_NoBSDDevice, "", "gone"}};
   d.AddDisk("probe", "");
   io_object_t const free = FreeNumber();
-  for (auto const& [kind, location, sources] : cases) {
-    for (std::string const& source : sources) {
-      SCOPED_TRACE(source);
+  for (auto const& [kind, location, devicesOfKind] : cases) {
+    std::istringstream names(devicesOfKind);
+    for (std::string name; names >> name;) {
+      SCOPED_TRACE(name);
       // What the kernel calls "/dev/root" is known by the number of its device alone.
-      std::string const path = Mount(source, "at" + source, source == "/dev/root" ? "8:33" : "0:9");
+      std::string const path = Mount("/dev/" + name, "at/" + name, name == "root" ? "8:33" : "0:9");
       EXPECT_EQ(Tell(path), path + ": " + to_string(kind));
       CUDriveInfo drive(Make(path));
-      CFHolder<CFStringRef> const name(drive.QueryBSDDevName());
-      unsigned int const service = drive.QueryIOServiceByBSDName(name.Get());
-      EXPECT_EQ(!name, location.empty());
+      CFHolder<CFStringRef> const bsdName(drive.QueryBSDDevName());
+      unsigned int const service = drive.QueryIOServiceByBSDName(bsdName.Get());
+      EXPECT_EQ(!bsdName, location.empty());
       EXPECT_EQ(service == 0, location.empty());
       CFHolder<CFStringRef> const found(
           drive.QueryIOPropertyPhysicalInterconnectLocationByIORegistryServiceTree(service));
@@ -148,6 +144,10 @@ TEST_F(SimulatedDrives, AreOfTheirKinds) {
       if (service != 0) IOObjectRelease(service);
       EXPECT_EQ(FreeNumber(), free) << "a service or an iterator was not let go";
     }
+  }
+  for (std::string const none : {"tmpfs", "/sda1", "server:/dev/sda1"}) {
+    std::string const path = Mount(none, "none" + none);
+    EXPECT_EQ(Tell(path), path + ": " + to_string(CUDriveType_NoBSDDevice));
   }
 }
 
@@ -159,30 +159,23 @@ TEST_F(SimulatedDrives, AreAskedOneDeviceAtATime) {
   auto const serviceOf = [&](std::string const& name) {
     return drive.QueryIOServiceByBSDName(*Make(name));
   };
-  unsigned int const whole = serviceOf("sr0");
-  unsigned int const part = serviceOf("sr0p1");
-  unsigned int const fixed = serviceOf("sda");
   for (std::string const& none : {std::string("sr"), std::string(), std::string(300, 's')}) {
     EXPECT_EQ(serviceOf(none), 0u);
   }
   EXPECT_EQ(drive.QueryIOServiceByBSDName(nullptr), 0u);
-
-  EXPECT_TRUE(drive.IsWholeMediaAndCDDriveByIOService(whole));
-  EXPECT_FALSE(drive.IsWholeMediaAndCDDriveByIOService(part));
-  EXPECT_FALSE(drive.IsWholeMediaAndCDDriveByIOService(fixed));
-  EXPECT_TRUE(drive.IsCDDriveByIORegistryServiceTree(part));
-  EXPECT_FALSE(drive.IsCDDriveByIORegistryServiceTree(fixed));
-  EXPECT_TRUE(drive.IsEjectableByIORegistryServiceTree(part) &&
-              drive.IsRemovableByIORegistryServiceTree(part));
-  EXPECT_FALSE(drive.IsEjectableByIORegistryServiceTree(fixed) ||
-               drive.IsRemovableByIORegistryServiceTree(fixed));
-  EXPECT_EQ(drive.QueryIOPropertyPhysicalInterconnectLocationByIOService(part), nullptr);
-  for (unsigned int const none : {0u, 999u}) {
-    EXPECT_FALSE(drive.IsCDDriveByIORegistryServiceTree(none));
-    EXPECT_FALSE(drive.IsRemovableByIORegistryServiceTree(none));
-    EXPECT_EQ(drive.QueryIOPropertyPhysicalInterconnectLocationByIORegistryServiceTree(none),
-              nullptr);
+  unsigned int const whole = serviceOf("sr0"), part = serviceOf("sr0p1"), fixed = serviceOf("sda");
+  // Whole and of an optical drive; optical; ejectable; removable.
+  std::pair<unsigned int, char const*> const cases[] = {
+      {whole, "1111"}, {part, "0111"}, {fixed, "0000"}, {0, "0000"}, {999, "0000"}};
+  for (auto const& [service, answers] : cases) {
+    EXPECT_EQ(to_string(drive.IsWholeMediaAndCDDriveByIOService(service)) +
+                  to_string(drive.IsCDDriveByIORegistryServiceTree(service)) +
+                  to_string(drive.IsEjectableByIORegistryServiceTree(service)) +
+                  to_string(drive.IsRemovableByIORegistryServiceTree(service)),
+              answers);
   }
+  EXPECT_EQ(drive.QueryIOPropertyPhysicalInterconnectLocationByIOService(part), nullptr);
+  EXPECT_EQ(drive.QueryIOPropertyPhysicalInterconnectLocationByIORegistryServiceTree(999), nullptr);
   EXPECT_TRUE(IOObjectConformsTo(part, "IOMedia") && !IOObjectConformsTo(whole, "IOCDMedia") &&
               !IOObjectConformsTo(whole, "IODVDMedia") && !IOObjectConformsTo(whole, "IOBlock"));
 
@@ -192,46 +185,45 @@ TEST_F(SimulatedDrives, AreAskedOneDeviceAtATime) {
   EXPECT_EQ(IORegistryEntryCreateIterator(part, kIOServicePlane, upwards, &ancestors),
             KERN_SUCCESS);
   EXPECT_EQ(IOObjectRetain(part), KERN_SUCCESS);
-  EXPECT_EQ(IOObjectRelease(part), KERN_SUCCESS);
-  EXPECT_TRUE(IOObjectConformsTo(part, "IOMedia"));
-  EXPECT_EQ(IOObjectRelease(part), KERN_SUCCESS);
-  EXPECT_FALSE(IOObjectConformsTo(part, "IOMedia"));
+  for (bool const isThere : {true, false}) {
+    EXPECT_EQ(IOObjectRelease(part), KERN_SUCCESS);
+    EXPECT_EQ(IOObjectConformsTo(part, "IOMedia"), isThere);
+  }
   EXPECT_EQ(IOObjectRelease(part), KERN_INVALID_NAME);
   EXPECT_EQ(IOObjectRetain(0), KERN_INVALID_NAME);
   devices->Remove(disk);
   io_object_t const parent = IOIteratorNext(ancestors);
   EXPECT_TRUE(IOObjectConformsTo(parent, "IOBDMedia"));
-  EXPECT_EQ(IOIteratorNext(ancestors), 0u);
-  EXPECT_EQ(IOIteratorNext(parent), 0u);
+  EXPECT_EQ(IOIteratorNext(ancestors) + IOIteratorNext(parent), 0u);
   for (io_object_t const object : {parent, ancestors, whole, fixed}) {
     EXPECT_EQ(IOObjectRelease(object), KERN_SUCCESS);
   }
 }
 
 TEST_F(SimulatedDrives, AreCalledByTheirLabels) {
-  std::string const tooLong(256, 'l');
-  struct {
-    std::string device;
-    SimulatedDevices::Pairs properties;
-    std::string mountPoint, label;
-  } const cases[] = {{"sda",
-                      {"ID_FS_LABEL_ENC", "My\\x20\\xc3\\xa4:\\x2fb\\", "ID_FS_LABEL", "My_a"},
-                      "a",
-                      "My \xC3\xA4:/b\\"},
-                     {"sdb", {"ID_FS_LABEL", "PLAIN"}, "b", "PLAIN"},
-                     {"sdc", {}, "c", "by link"},
-                     {"sdd", {}, "at some place", "at some place"},
-                     {"sde", {"ID_FS_LABEL_ENC", "\\xff"}, "e", "e"},
-                     {"sdf", {"ID_FS_LABEL_ENC", tooLong}, "f", "f"},
-                     {"sdg", {"ID_FS_LABEL_ENC", tooLong.substr(1)}, "g", tooLong.substr(1)}};
+  std::string const longest(255, 'l');
+  using Pairs = SimulatedDevices::Pairs;
+  // The properties of the device, its mount point, and the label.
+  std::tuple<Pairs, std::string, std::string> const cases[] = {
+      {{"ID_FS_LABEL_ENC", "My\\x20\\xc3\\xa4:\\x2fb\\", "ID_FS_LABEL", "My_a"},
+       "a",
+       "My \xC3\xA4:/b\\"},
+      {{"ID_FS_LABEL", "PLAIN"}, "b", "PLAIN"},
+      {{}, "sdc", "by link"},
+      {{}, "at some place", "at some place"},
+      {{"ID_FS_LABEL_ENC", "\\xff"}, "e", "e"},
+      {{"ID_FS_LABEL_ENC", longest + "l"}, "f", "f"},
+      {{"ID_FS_LABEL_ENC", longest}, "g", longest}};
   devices->AddNode("/dev/sdc");
   devices->Link("/dev/disk/by-label/other", "../../sdq");
   devices->Link("/dev/disk/by-label/by\\x20link", "../../sdc");
-  for (auto const& [device, properties, mountPoint, label] : cases) {
+  std::string device = "sda";
+  for (auto const& [properties, mountPoint, label] : cases) {
     devices->AddDisk(device, "", false, properties);
     CUDriveInfo drive(Make(Mount("/dev/" + device, mountPoint)));
     EXPECT_EQ(Utf8(drive.GetVolumeLabel()), label) << device;
     EXPECT_EQ(Utf8(drive.GetDisplayString()), label) << device;
+    ++device.back();
   }
   EXPECT_EQ(Utf8(CUDriveInfo(Make("/")).GetVolumeLabel()), "/");
   devices->AddDisk("vda1", "", false, {"ID_FS_LABEL", "System"});
@@ -293,19 +285,15 @@ TEST_F(SimulatedDrives, FollowWhatIsMountedNow) {
 }
 
 TEST(CUDriveInfo, StandsForADriveThatIsNotMounted) {
-  ASSERT_FALSE(std::filesystem::exists("/Volumes/Quillmere Missing"));
-  std::pair<std::string, std::string> const cases[] = {
-      {"/Volumes/Quillmere Missing", "/Volumes/Quillmere Missing"},
-      {"/Volumes/Quillmere Missing/", "/Volumes/Quillmere Missing/"},
-      {"/Volumes/Quillmere Missing/a/b", "/Volumes/Quillmere Missing"}};
-  for (auto const& [path, name] : cases) {
-    EXPECT_EQ(Tell(path), name + ": 6");
-    CUDriveInfo drive(Make(path));
-    std::string const description = Utf8(drive.Description());
-    EXPECT_EQ(description.substr(description.size() - name.size()), name);
+  std::string const missing = "/Volumes/Quillmere Missing";
+  ASSERT_FALSE(std::filesystem::exists(missing));
+  for (std::string const behind : {"", "/", "/a/b"}) {
+    std::string const name = behind == "/" ? missing + "/" : missing;
+    EXPECT_EQ(Tell(missing + behind), name + ": 6");
+    CUDriveInfo drive(Make(missing + behind));
+    EXPECT_EQ(Utf8(drive.Description()), Utf8(drive.CUObject::Description()) + name);
     EXPECT_FALSE(drive.IsReady() || drive.IsSysytemDrive());
     EXPECT_EQ(drive.GetTotalSize() + drive.GetTotalFreeSize(), 0u);
-    EXPECT_EQ(drive.GetVolumeLabel(), nullptr);
     EXPECT_EQ(drive.GetDisplayString(), nullptr);
     EXPECT_EQ(drive.QueryBSDDevName(), nullptr);
   }
@@ -317,8 +305,9 @@ TEST(CUDriveInfo, KeepsTheKindOfADriveThatIsMountedLater) {
   std::string const text = InChild([&]() -> std::string {
     std::string const tree = folder.Path();
     if (!OwnMountTable() || !MountMemory(tree, "size=2m")) return "no mount";
-    std::filesystem::create_directories(tree + "/proc");
-    std::filesystem::create_directories(tree + "/Volumes");
+    for (char const* const name : {"/proc", "/Volumes"}) {
+      std::filesystem::create_directory(tree + name);
+    }
     if (!MountBind("/proc", tree + "/proc") || chroot(tree.c_str()) != 0 || chdir("/") != 0) {
       return "no mount";
     }
@@ -327,12 +316,11 @@ TEST(CUDriveInfo, KeepsTheKindOfADriveThatIsMountedLater) {
     std::filesystem::create_directory("/Volumes/Disk");
     told += " " + to_string(early.IsReady()) + Tell("/Volumes/Disk") + " ";
     if (!MountMemory("/Volumes/Disk", "size=5m")) return "no mount";
-    told += to_string(early.IsReady()) + to_string(early.GetDriveType()) + " " +
-            to_string(early.GetTotalSize() >> 20) + " " + Utf8(early.GetVolumeLabel()) + " " +
-            Tell("/Volumes/Disk/file") + " " +
-            to_string(CUDriveInfo(Make("/Volumes/Disk")).IsSysytemDrive()) +
-            to_string(CUDriveInfo(Make("/Volumes/Missing/..")).IsReady());
-    return told;
+    return told + to_string(early.IsReady()) + to_string(early.GetDriveType()) + " " +
+           to_string(early.GetTotalSize() >> 20) + " " + Utf8(early.GetVolumeLabel()) + " " +
+           Tell("/Volumes/Disk/file") + " " +
+           to_string(CUDriveInfo(Make("/Volumes/Disk")).IsSysytemDrive()) +
+           to_string(CUDriveInfo(Make("/Volumes/Missing/..")).IsReady());
   });
   if (text == "no mount") GTEST_SKIP() << "this user may not mount";
   EXPECT_EQ(text, "/: 2 /Volumes/Disk: 6 0/: 2 16 5 Disk /Volumes/Disk: 2 00");
@@ -340,20 +328,14 @@ TEST(CUDriveInfo, KeepsTheKindOfADriveThatIsMountedLater) {
 
 // On the real devices, since the simulation is not made for threads.
 TEST(CUDriveInfo, MayBeSharedByThreads) {
-  CUSharedPtr<CUDriveInfo> const drive = CUDriveInfo::CreateCUDriveInfo(Make("/"));
-  ASSERT_NE(drive, nullptr);
+  CUDriveInfo drive(Make("/"));
   auto const ask = [&] {
-    CFStringRef const name = drive->QueryBSDDevName();
-    unsigned int const service = drive->QueryIOServiceByBSDName(name);
-    std::string const told = Utf8(drive->GetName()) + Utf8(drive->GetDisplayString()) +
-                             to_string(drive->IsReady()) + to_string(drive->IsSysytemDrive()) +
-                             to_string(drive->GetTotalSize()) +
-                             to_string(drive->IsCDDriveByIORegistryServiceTree(service)) +
-                             to_string(drive->IsRemovableByIORegistryServiceTree(service)) +
-                             to_string(IOObjectConformsTo(service, "IOMedia") == (name != nullptr));
+    CFHolder<CFStringRef> const name(drive.QueryBSDDevName());
+    unsigned int const service = drive.QueryIOServiceByBSDName(name.Get());
+    bool const isOptical = drive.IsCDDriveByIORegistryServiceTree(service);
     if (service != 0) IOObjectRelease(service);
-    if (name != nullptr) CFRelease(name);
-    return told + Tell("/");
+    return Tell("/") + Utf8(drive.GetName()) + Utf8(drive.GetDisplayString()) +
+           to_string(drive.IsReady()) + to_string(drive.GetTotalSize()) + to_string(isOptical);
   };
   std::string const alone = ask();
   std::string told[8];

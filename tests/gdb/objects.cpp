@@ -14,12 +14,11 @@ struct Reel : CUObject {
   int number = 7;
 };
 
-// Room for an object, filled with one byte.
+// Room for two objects that were never constructed: other bytes, and zeroes.
 template <class T>
-struct Filled {
-  explicit Filled(int byte) { std::memset(bytes, byte, sizeof bytes); }
-  T& Object() { return reinterpret_cast<T&>(bytes); }
-  alignas(T) unsigned char bytes[sizeof(T)];
+struct Unmade {
+  Unmade() { std::memset(raw, 0xA5, sizeof raw); }
+  alignas(T) unsigned char raw[sizeof(T)], zero[sizeof(T)] = {};
 };
 
 // The members of a container's class begin behind those of CUObject.
@@ -40,27 +39,21 @@ CUDateTime moment(0.25), ancient(-62.5e9), beyond(1e20);
 CUXmlDomProcessingInstructionNode instruction;
 CUMutableArray entries;
 
-// Never constructed, in memory of zeroes and of other bytes; rawString stands in main.
-Filled<CUStringMac> zeroString(0);
-Filled<CUSharedPtr<CUObject>> rawPointer(0xA5), zeroPointer(0);
-Filled<CUArray> rawArray(0xA5), zeroArray(0);
-Filled<CUDictionary> rawDictionary(0xA5), zeroDictionary(0);
-Filled<CUIndexSet> rawIndexes(0xA5), zeroIndexes(0);
-Filled<CUVector<int>> rawVector(0xA5), zeroVector(0);
-Filled<CUDateTime> rawMoment(0xA5), zeroMoment(0);
-Filled<CUUUID> rawUuid(0xA5), zeroUuid(0);
-Filled<CUFileInfo> rawEntry(0xA5), zeroEntry(0);
+Unmade<CUStringMac> unmadeString;
+Unmade<CUSharedPtr<CUObject>> unmadePointer;
+Unmade<CUArray> unmadeArray;
+Unmade<CUDictionary> unmadeDictionary;
+Unmade<CUIndexSet> unmadeIndexes;
+Unmade<CUVector<int>> unmadeVector;
+Unmade<CUDateTime> unmadeMoment;
+Unmade<CUUUID> unmadeUuid;
+Unmade<CUFileInfo> unmadeEntry;
 
 __attribute__((noinline)) void Stop(void const*) { asm volatile(""); }
 
 CUStringMac Text(char const* utf8) { return CUStringMac(utf8, CUString_CharCode_UTF8); }
 
 CUSharedPtr<CUStringMac> Shared(char const* utf8) { return new CUStringMac(Text(utf8)); }
-
-void FillEntries() {
-  entries.AddObject(new CUFileInfo(Shared("/films/reel.mov")));
-  entries.AddObject(new CUDirectoryInfo(Shared("/films")));
-}
 
 // A string that is gone, and whose first word the allocator has written over.
 CUStringMac* Gone() {
@@ -127,10 +120,10 @@ int main() {
   element->SetAttribute(Shared("a"), Shared("1"));
   element->GetChildNodes()->AddObject(document.CreateTextNode(Shared("text")));
 
-  FillEntries();
-  Filled<CUStringMac> rawString(0xA5);
+  entries.AddObject(new CUFileInfo(Shared("/films/reel.mov")));
+  entries.AddObject(new CUDirectoryInfo(Shared("/films")));
   CFStringRef wild = reinterpret_cast<CFStringRef>(0x10);
-  CFStringRef stack = reinterpret_cast<CFStringRef>(&rawString);
+  CFStringRef stack = reinterpret_cast<CFStringRef>(units);
 
   // Of another class, damaged by what was written over them, and gone.
   CFStringRef notAString = reinterpret_cast<CFStringRef>(cfDate);
@@ -149,7 +142,7 @@ int main() {
   CUStringMac goneHolder = Text("text");
   CFRelease(goneHolder.operator CFStringRef());
 
-  void const* all[] = {cfString, &reference, &constant, cfNothing, cfData,      cfUuid,   wild,
-                       stack,    notAString, gone,      goneText,  &rawPointer, &rawArray};
+  void const* all[] = {cfString, &reference, &constant,  cfNothing, cfData,  cfUuid,
+                       wild,     stack,      notAString, gone,      goneText};
   Stop(all);
 }

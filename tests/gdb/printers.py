@@ -63,32 +63,27 @@ cyclic          6 indexes = {<invalid>}
 cyclicEntries   5 entries = {[<invalid>] = <invalid>}
 """
 
-NEVER_CONSTRUCTED = ("String", "Pointer", "Array", "Dictionary", "Indexes", "Vector", "Moment",
-                     "Uuid", "Entry")
+UNMADE = ("String", "Pointer", "Array", "Dictionary", "Indexes", "Vector", "Moment", "Uuid",
+          "Entry")
 
 
 def cases():
-    for line in EXPECTED.strip().splitlines():
-        if line:
-            yield line.split(None, 1)
-    for kind in NEVER_CONSTRUCTED:
+    """An expression, the value that it has, and what is to be shown of that."""
+    for line in filter(None, EXPECTED.splitlines()):
+        expression, expected = line.split(None, 1)
+        yield expression, gdb.parse_and_eval(expression), expected
+    for name in UNMADE:
+        unmade = gdb.parse_and_eval(f"unmade{name}")
+        kind = unmade.type.strip_typedefs().template_argument(0)
         for fill in ("raw", "zero"):
-            yield f"{fill}{kind}.Object()", "<invalid>"
-
-
-def shown(expression):
-    variable = expression.removesuffix(".Object()")
-    value = gdb.parse_and_eval(variable)
-    if variable != expression:  # the program must not run for it
-        kind = value.type.strip_typedefs().template_argument(0)
-        value = gdb.Value(int(value.address)).cast(kind.pointer()).dereference()
-    return value.format_string(max_depth=2)
+            value = unmade[fill].address.cast(kind.pointer()).dereference()
+            yield f"unmade{name}.{fill}", value, "<invalid>"
 
 
 def compare():
     faults = 0
-    for expression, expected in cases():
-        actual = shown(expression)
+    for expression, value, expected in cases():
+        actual = value.format_string(max_depth=2)
         if actual != expected:
             faults += 1
             print(f"{expression}:\n  expected {expected}\n  shown    {actual}")

@@ -1,20 +1,20 @@
 #include <Workspace.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <signal.h>
 #include <stdlib.h>
 
-#include <filesystem>
+#include <cstring>
 #include <locale>
 #include <regex>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include "QuillmereLib/logging/CUPerformanceLogger.h"
 #include "tests/support/Files.h"
 #include "tests/support/InChild.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Threads.h"
+#include "tests/support/ThrownCode.h"
 #include "tests/support/TimeZoneVariable.h"
 
 namespace {
@@ -79,11 +79,6 @@ std::string Timeless(std::string const& path) {
   return std::regex_replace(std::regex_replace(ReadFile(path), moment, "T"), process, "P");
 }
 
-std::string SupportPath() {
-  std::unique_ptr<char, decltype(&free)> const path(WorkspaceCopyApplicationSupportPath(), free);
-  return path ? path.get() : "<null>";
-}
-
 void SetVariable(char const* name, char const* value) {
   value == nullptr ? unsetenv(name) : setenv(name, value, 1);
 }
@@ -102,10 +97,8 @@ class CUPerformanceLoggerTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(CUPerformanceLoggerTest, WritesStatusDurationAndTimes) {
-  TimeZoneVariable const zone("XST-5:30");
-  CUPerformanceLogger logger("1", true);
-  std::string rows = kMark + kExportHead;
+// In any locale.
+TEST_F(CUPerformanceLoggerTest, WritesStatusAndDuration) {
   std::locale const before = std::locale::global(std::locale(std::locale(), new CommaPoint));
   struct {
     int status;
@@ -116,68 +109,74 @@ TEST_F(CUPerformanceLoggerTest, WritesStatusDurationAndTimes) {
                     {2, -0.25, {"CANCEL ", "-0.250"}},
                     {3, 0, {"", "0.000"}},
                     {-1, 1e21, {"", "1000000000000000000000.000"}}};
-  for (auto const& run : runs) {
+  for (auto const& [status, duration, cells] : runs) {
     ExportLogData data;
-    data.status = static_cast<LogStatus>(run.status);
-    data.targetDuration = run.duration;
+    data.status = static_cast<LogStatus>(status);
+    data.targetDuration = duration;
     data.fileFormat = "f", data.vrFormat = "v", data.processor = "p";
-    logger.StartLog(kExport, "/p", data);
-    data.status = LogStatus_Cancel;  // too late
-    logger.EndLog(kExport, "/p");
-    rows += "\"" + std::string(run.cells[0]) + "\",T,T,P,\"" + run.cells[1] +
-            "\",\"/p\",\"1\",\"f\",\"v\",\"\",\"p\"\r\n";
+    EXPECT_EQ(data.toRowData("s", "e", "t", "/p", "1"),
+              (std::vector<std::string>{cells[0], "s", "e", "t", cells[1], "/p", "1", "f", "v", "",
+                                        "p"}));
   }
-  EXPECT_FALSE(fs::exists(m_export));
-  logger.Flush(kExport);
-  logger.Flush(kExport);
   std::locale::global(before);
-  EXPECT_EQ(Timeless(m_export), rows);
+}
 
+TEST_F(CUPerformanceLoggerTest, WritesTimesToTheMillisecond) {
+  TimeZoneVariable const zone("XST-5:30");
+  CUPerformanceLogger logger("1", true);
+  auto const rowOf = [&](std::chrono::system_clock::time_point start) {
+    logger.StartLog(kStab, "/p", Stab());
+    Pending(logger).begin()->second.startTime = start;
+    logger.EndLog(kStab, "/p");
+    logger.Flush(kStab);
+    std::string const rows = ReadFile(m_stab);
+    return rows.substr(rows.rfind("\"SUCCESS\""));
+  };
   std::pair<std::chrono::microseconds, char const*> const times[] = {{120333ms, "00:02:00.333"},
                                                                      {100h, "100:00:00.000"},
                                                                      {3599999ms, "00:59:59.999"},
                                                                      {25h + 61s, "25:01:01.000"}};
   for (auto const& [time, text] : times) {
+    std::string row;
     std::chrono::system_clock::time_point now;
     do {
       now = std::chrono::system_clock::now();
-      logger.StartLog(kStab, "/p", Stab());
-      Pending(logger).begin()->second.startTime = now - time - 100us;
-      logger.EndLog(kStab, "/p");
-    } while (std::chrono::system_clock::now() - now > 800us);  // what is cut off, nearly
-    logger.Flush(kStab);
-    std::string const row = ReadFile(m_stab);
-    EXPECT_EQ(row.substr(row.rfind("\"SUCCESS\"") + 66, 13).find(text), 0u) << row;
+      row = rowOf(now - time - 600us);
+    } while (std::chrono::system_clock::now() - now > 300us);  // a part is cut off, not rounded
+    EXPECT_EQ(row.substr(66, std::strlen(text)), text) << row;
   }
-  logger.StartLog(kStab, "/p", Stab());
-  Pending(logger).begin()->second.startTime =
-      std::chrono::system_clock::from_time_t(1794679867) + 45999us;
-  logger.EndLog(kStab, "/p");
-  logger.Flush(kStab);
-  EXPECT_NE(ReadFile(m_stab).find("\"SUCCESS\",\"'2026/11/14 23:41:07.045\",\"'2"),
-            std::string::npos);
+  EXPECT_EQ(rowOf(std::chrono::system_clock::from_time_t(1794679867) + 45999us).substr(0, 40),
+            "\"SUCCESS\",\"'2026/11/14 23:41:07.045\",\"'2");
 }
 
-TEST_F(CUPerformanceLoggerTest, KeepsCellsAndMatchesStartsWithEnds) {
+TEST_F(CUPerformanceLoggerTest, KeepsCells) {
   std::pair<std::string, std::string> const cells[] = {
       {"/a \"b\" \"", "/a \"\"b\"\" \"\""},
       {"/a,b", "/a,b"},
       {"line\r\nbreak\nand\rmore", "line\r\nbreak\nand\rmore"},
       {"/\xF0\x9F\x8E\xAC.mov", "/\xF0\x9F\x8E\xAC.mov"},
-      {"", ""},
       {std::string("nul\0l", 5), std::string("nul\0l", 5)},
       {std::string(70000, '"'), std::string(140000, '"')}};
+  CUPerformanceLogger logger("1", true);
   std::string rows = kMark + kStabHead;
-  int lives = 0;
+  for (auto const& [text, cell] : cells) {
+    RunOnce(logger, text, Stab(text));
+    rows += StabRow(cell, cell);
+  }
+  EXPECT_FALSE(fs::exists(m_stab));
+  for (int i = 0; i < 2; ++i) logger.Flush(kStab);
+  EXPECT_EQ(Timeless(m_stab), rows);
+}
+
+TEST_F(CUPerformanceLoggerTest, MatchesStartsWithEnds) {
   auto const other = [](int type) { return static_cast<LoggerType>(type); };
+  int lives = 0;
   {
     CUPerformanceLogger logger("1", true);
-    for (auto const& [text, cell] : cells) {
-      RunOnce(logger, text, Stab(text));
-      rows += StabRow(cell, cell);
-    }
     logger.EndLog(kExport, "/never");
-    logger.StartLog(kStab, "/p", Stab("first"));
+    ImageStabLogData data = Stab("first");
+    logger.StartLog(kStab, "/p", data);
+    data.detectionMode = "too late";
     auto const started = Pending(logger).begin()->second.startTime;
     logger.StartLog(kStab, "/p", Stab("second"));
     EXPECT_EQ(Pending(logger).begin()->second.startTime, started);
@@ -196,7 +195,7 @@ TEST_F(CUPerformanceLoggerTest, KeepsCellsAndMatchesStartsWithEnds) {
     EXPECT_EQ(lives, 1);
   }
   EXPECT_EQ(lives, 0);
-  EXPECT_EQ(Timeless(m_stab), rows + StabRow("/p", "first"));
+  EXPECT_EQ(Timeless(m_stab), kMark + kStabHead + StabRow("/p", "first"));
   EXPECT_FALSE(fs::exists(m_export));
 }
 
@@ -207,13 +206,9 @@ TEST_F(CUPerformanceLoggerTest, AppendsToWhateverFileIsThere) {
     logger.Flush(kStab);
   };
   std::pair<std::string, std::string> const heads[] = {
-      {"", kMark + kStabHead},
-      {kMark, kMark + kStabHead},
-      {"x", "x" + kStabHead},
-      {"\xEF\xBB", "\xEF\xBB" + kStabHead},
-      {"xyz", "xyz"},
-      {kMark + "x", kMark + "x"},
-      {kMark + kStabHead + "no line end", kMark + kStabHead + "no line end"}};
+      {"", kMark + kStabHead}, {kMark, kMark + kStabHead},
+      {"x", "x" + kStabHead},  {"\xEF\xBB", "\xEF\xBB" + kStabHead},
+      {"xyz", "xyz"},          {kMark + "x", kMark + "x"}};
   for (auto const& [before, head] : heads) {
     WriteFile(m_stab, before);
     for (int i = 0; i < 2; ++i) flush("/p");
@@ -221,55 +216,43 @@ TEST_F(CUPerformanceLoggerTest, AppendsToWhateverFileIsThere) {
   }
   // Where nothing can be written the rows are lost, and only they.
   fs::remove(m_stab);
-  fs::create_directory(m_stab);
-  flush("/lost");
-  fs::remove(m_stab);
   fs::create_symlink("/dev/full", m_stab);
   flush("/lost");
   fs::remove_all(m_data);
   flush("/lost");
-  EXPECT_FALSE(fs::exists(m_data));
-  fs::create_directories(m_csv);
+  fs::create_directories(m_stab);
+  flush("/lost");
+  fs::remove(m_stab);
   flush("/kept");
   EXPECT_EQ(Timeless(m_stab), kMark + kStabHead + StabRow("/kept"));
 }
 
 // Every row arrives whole and once, under one header, whoever flushes when.
 TEST_F(CUPerformanceLoggerTest, KeepsRowsWholeAmongThreadsAndProcesses) {
-  constexpr std::size_t kThreads = 3, kRuns = 30;
-  std::string const tail = "\",\"1\",\"" + std::string(3000, ';') + "\",\"b\"\r";
+  std::string const mode(3000, ';');
   for (int round = 0; round < 20; ++round) {
     CUPerformanceLogger logger("1", true);
     fs::remove(m_stab);
     pid_t const child = fork();
-    std::vector<std::thread> threads;
-    for (std::size_t t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&, name = std::to_string(child == 0 ? t : t + kThreads)] {
-        for (std::size_t run = 0; run < kRuns; ++run) {
-          RunOnce(logger, "/" + name + "/" + std::to_string(run), Stab(std::string(3000, ';')));
-          if (run % 3 == 0) logger.Flush(kStab);
-        }
-        logger.Flush(kStab);
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
+    OnThreads(3, [&](int thread) {
+      for (int run = 0; run < 30; ++run) {
+        std::string const name = std::to_string(child == 0) + std::to_string(thread);
+        RunOnce(logger, "/" + name + "/" + std::to_string(run), Stab(mode));
+        if (run % 3 == 0) logger.Flush(kStab);
+      }
+      logger.Flush(kStab);
+    });
     if (child == 0) _exit(0);
     waitpid(child, nullptr, 0);
-    std::istringstream text(ReadFile(m_stab));
-    std::string line;
-    std::getline(text, line);
-    EXPECT_EQ(line + "\n", kMark + kStabHead);
-    std::set<std::string> paths;
-    std::size_t rows = 0;
-    for (; std::getline(text, line); ++rows) {
-      std::size_t const path = line.find("\"/");
-      ASSERT_TRUE(path < 100 && line.find("\"SUCCESS\",") == 0) << line.substr(0, 200);
-      std::size_t const end = line.find('"', path + 1);
-      ASSERT_EQ(line.substr(end), tail);
-      paths.insert(line.substr(path, end - path));
+    std::multiset<std::string> expected = {kMark + kStabHead};
+    for (int i = 0; i < 180; ++i) {
+      std::string const name = std::to_string(i / 90) + std::to_string(i / 30 % 3);
+      expected.insert(StabRow("/" + name + "/" + std::to_string(i % 30), mode));
     }
-    ASSERT_EQ(rows, 2 * kThreads * kRuns);
-    ASSERT_EQ(paths.size(), rows);
+    std::multiset<std::string> lines;
+    std::istringstream text(Timeless(m_stab));
+    for (std::string line; std::getline(text, line);) lines.insert(line + "\n");
+    ASSERT_TRUE(lines == expected);
   }
 }
 
@@ -281,38 +264,25 @@ TEST_F(CUPerformanceLoggerTest, IsOneAndWritesAtTheEndOfTheProcess) {
     logger.EndLog(kExport, path);
     RunOnce(logger, path, Stab());
   };
+  using Logger = CUPerformanceLogger;
   EXPECT_EQ(InChild([&]() -> std::string {
               WriteFile(m_data, "in the way");
-              try {
-                CUPerformanceLogger::Initialize("0", true);
-                return "made";
-              } catch (unsigned int) {
-                fs::remove(m_data);
-              }
-              if (CUPerformanceLogger::GetInstance() != nullptr) return "half made";
-              CUPerformanceLogger::Initialize("1", true);
-              CUPerformanceLogger::Initialize("2", false);
+              if (ThrownCode([] { Logger::Initialize("0", true); }) == 0) return "made";
+              fs::remove(m_data);
+              if (Logger::GetInstance() != nullptr) return "half made";
+              Logger::Initialize("1", true);
+              Logger::Initialize("2", false);
               use("/exit");
               exit(0);
             }),
             "");
   std::string const exported = R"("SUCCESS",T,T,P,"0.000","/exit","1","","","","")";
   EXPECT_EQ(Timeless(m_export), kMark + kExportHead + exported + "\r\n");
-  EXPECT_EQ(InChild([&]() -> std::string {
-              CUPerformanceLogger::Initialize("1", true);
-              use("/flushed");
-              CUPerformanceLogger::GetInstance()->Flush(kStab);
-              use("/killed");
-              raise(SIGKILL);
-              return "";
-            }),
-            " signal 9");
-  EXPECT_EQ(Timeless(m_stab), kMark + kStabHead + StabRow("/exit") + StabRow("/flushed"));
   fs::remove_all(m_data);
   EXPECT_EQ(InChild([&]() -> std::string {
-              CUPerformanceLogger::Initialize("1", false);
+              Logger::Initialize("1", false);
               use("/disabled");
-              CUPerformanceLogger::GetInstance()->Flush(kExport);
+              Logger::GetInstance()->Flush(kExport);
               exit(0);
             }),
             "");
@@ -329,10 +299,11 @@ TEST(ApplicationSupportPath, FollowsTheDesktopConvention) {
   } const cases[] = {{"/data", "/home", "/data"}, {"data", "/home", home}, {"", "/home", home},
                      {nullptr, "home", own},      {"./data", "", own},     {nullptr, nullptr, own}};
   for (auto const& row : cases) {
-    EXPECT_EQ(InChild([&] {
+    EXPECT_EQ(InChild([&]() -> std::string {
                 SetVariable("XDG_DATA_HOME", row.data);
                 SetVariable("HOME", row.home);
-                return SupportPath();
+                char* const path = WorkspaceCopyApplicationSupportPath();
+                return path == nullptr ? "<null>" : path;
               }),
               row.path);
   }

@@ -9,75 +9,60 @@
 
 namespace {
 
-bool Check(bool holds, char const* what) {
-  if (!holds) std::fprintf(stderr, "does not hold: %s\n", what);
-  return holds;
+int faults = 0;
+
+void Check(bool holds, char const* what) {
+  if (holds) return;
+  std::fprintf(stderr, "does not hold: %s\n", what);
+  ++faults;
 }
 
 // A type of this program must keep its identity in the library and back.
-class Reel : public CUObject {
- public:
+struct Reel : CUObject {
   explicit Reel(int number) : number(number) {}
   int const number;
 };
 
-class ByNumber : public CUSortDescriptor {
- public:
+int Number(CUSharedPtr<CUObject> const& object) {
+  return dynamic_cast<Reel&>(*object.Get()).number;
+}
+
+struct ByNumber : CUSortDescriptor {
   int CompareObject(CUSharedPtr<CUObject> first, CUSharedPtr<CUObject> second) override {
     return Number(second) - Number(first);
   }
-
- private:
-  static int Number(CUSharedPtr<CUObject> const& object) {
-    auto* const reel = dynamic_cast<Reel*>(object.Get());
-    return reel == nullptr ? 0 : reel->number;
-  }
 };
 
-bool StringsWork() {
-  CUStringMac path("/films/reel.mov", CUString_CharCode_UTF8);
-  CUStringMac name;
-  bool const found = path.PathGetFileName(name) == CUResult_Success;
-  char const* const text = name;
-  return found && std::strcmp(text, "reel.mov") == 0 && CU_NEWLINE_CHAR[0] == '\n';
-}
-
-bool CollectionsWork() {
-  CUSharedPtr<CUMutableArray> reels(new CUMutableArray);
-  for (int number : {3, 1, 2}) reels->AddObject(CUSharedPtr<CUObject>(new Reel(number)));
-  reels->SortUsingDescriptor(CUSharedPtr<CUSortDescriptor>(new ByNumber));
-  for (int i = 0; i < 3; ++i) {
-    auto* const reel = dynamic_cast<Reel*>(reels->ObjectAtIndex(i).Get());
-    if (reel == nullptr || reel->number != i + 1) return false;
-  }
-  return true;
-}
-
 // An error code thrown in the library must arrive here as the type it was thrown as.
-bool ErrorsArrive() {
-  CUStringMac missing("/nowhere/at/all", CUString_CharCode_UTF8);
+unsigned int ErrorOfOpening(char const* path) {
+  CUStringMac text(path, CUString_CharCode_UTF8);
   try {
-    CUFileStream stream(&missing, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
+    CUFileStream stream(&text, CUStream_FileMode_Open, CUStream_FileAccess_Read, false);
   } catch (unsigned int code) {
-    return code == CUError_FileNotFound;
+    return code;
   }
-  return false;
-}
-
-bool SeamIsUsable() {
-  UniChar const units[] = {'S', 'e', 'a', 'm'};
-  CFStringRef const text = CFStringCreateWithCharacters(kCFAllocatorDefault, units, 4);
-  CUStringMac copy(text);
-  CFRelease(text);
-  return copy.Length() == 4 && CFStringGetLength(copy) == 4;
+  return 0;
 }
 
 }  // namespace
 
 int main() {
-  bool holds = Check(StringsWork(), "strings");
-  holds &= Check(CollectionsWork(), "collections");
-  holds &= Check(ErrorsArrive(), "errors");
-  holds &= Check(SeamIsUsable(), "the platform's own strings");
-  return holds ? 0 : 1;
+  CUStringMac path("/films/reel.mov", CUString_CharCode_UTF8), name;
+  Check(path.PathGetFileName(name) == CUResult_Success && std::strcmp(name, "reel.mov") == 0 &&
+            CU_NEWLINE_CHAR[0] == '\n',
+        "strings");
+
+  CUSharedPtr<CUMutableArray> const reels(new CUMutableArray);
+  for (int number : {3, 1, 2}) reels->AddObject(new Reel(number));
+  reels->SortUsingDescriptor(new ByNumber);
+  for (int i = 0; i < 3; ++i) Check(Number(reels->ObjectAtIndex(i)) == i + 1, "collections");
+
+  Check(ErrorOfOpening("/nowhere/at/all") == CUError_FileNotFound, "errors");
+
+  UniChar const units[] = {'S', 'e', 'a', 'm'};
+  CFStringRef const text = CFStringCreateWithCharacters(kCFAllocatorDefault, units, 4);
+  CUStringMac copy(text);
+  CFRelease(text);
+  Check(copy.Length() == 4 && CFStringGetLength(copy) == 4, "the platform's own strings");
+  return faults;
 }

@@ -5,110 +5,78 @@
 #include <filesystem>
 #include <string>
 
+#include "QuillmereLib/core/CFHolder.h"
 #include "tests/support/Files.h"
 #include "tests/support/Strings.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
 
-// The path of the URL, and whether it is a directory's; lets the URL go.
-std::string Tell(CFURLRef url) {
-  if (url == nullptr) return "<none>";
-  CFStringRef const text = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
-  std::string result = Utf8(text);
-  CFURLRef const directory =
-      CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text, kCFURLPOSIXPathStyle, true);
-  if (CFEqual(url, directory)) result += " directory";
-  CFRelease(directory);
-  CFRelease(text);
-  CFRelease(url);
-  return result;
+using Url = CFHolder<CFURLRef>;
+
+constexpr CFURLPathStyle kUnknownStyle = static_cast<CFURLPathStyle>(1);
+
+Url UrlOf(CFStringRef path, Boolean isDirectory, CFURLPathStyle style = kCFURLPOSIXPathStyle) {
+  return Url(CFURLCreateWithFileSystemPath(kCFAllocatorDefault, path, style, isDirectory));
 }
 
-CFURLRef UrlOf(std::string const& path, Boolean isDirectory,
-               CFURLPathStyle style = kCFURLPOSIXPathStyle) {
-  CUStringMac const text(path.c_str(), CUString_CharCode_UTF8);
-  CFStringRef const string = text;
-  return CFURLCreateWithFileSystemPath(kCFAllocatorDefault, string, style, isDirectory);
+// The path of the URL, and whether it is a directory's.
+std::string Tell(Url const& url) {
+  if (!url) return "<none>";
+  CFHolder<CFStringRef> const path(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle));
+  bool const isDirectory = CFEqual(url.Get(), UrlOf(path.Get(), true).Get());
+  return Utf8(path.Get()) + (isDirectory ? " directory" : "");
 }
 
 }  // namespace
 
 TEST(Url, KeepsAPathButForSlashesAtItsEnd) {
-  struct {
-    std::string path;
-    Boolean isDirectory;
-    std::string told;
-  } const cases[] = {{"/", true, "/ directory"},
-                     {"///", true, "/ directory"},
-                     {"/Volumes/My Disk/", true, "/Volumes/My Disk directory"},
-                     {"/a//b/./../c%20", false, "/a//b/./../c%20"},
-                     {"\xC3\xA4/b", false, "\xC3\xA4/b"},
-                     {"", true, "<none>"}};
-  for (auto const& [path, isDirectory, told] : cases) {
-    EXPECT_EQ(Tell(UrlOf(path, isDirectory)), told) << path;
-  }
-  EXPECT_EQ(UrlOf("/", true, static_cast<CFURLPathStyle>(1)), nullptr);
-  CFURLRef const root = UrlOf("/", true);
-  EXPECT_EQ(CFURLCopyFileSystemPath(root, static_cast<CFURLPathStyle>(1)), nullptr);
-  CFRelease(root);
+  EXPECT_EQ(Tell(UrlOf(CFSTR("///"), true)), "/ directory");
+  EXPECT_EQ(Tell(UrlOf(CFSTR("/My Disk/"), true)), "/My Disk directory");
+  EXPECT_EQ(Tell(UrlOf(CFSTR("/a//b/./../c%20"), false)), "/a//b/./../c%20");
+  EXPECT_EQ(Tell(UrlOf(CFSTR(""), true)), "<none>");
+  EXPECT_EQ(Tell(UrlOf(CFSTR("/"), true, kUnknownStyle)), "<none>");
+  EXPECT_EQ(CFURLCopyFileSystemPath(UrlOf(CFSTR("/"), true).Get(), kUnknownStyle), nullptr);
 }
 
-TEST(Url, OfAnEntrySaysWhetherItIsADirectory) {
+TEST(Url, StandsForTheEntryOfItsPath) {
   TemporaryFolder const folder;
   std::string const base = folder.Path() + "/";
-  std::filesystem::create_directory(base + "dir");
-  std::filesystem::create_directory(base + "\xFF");
-  WriteFile(base + "file", "x");
-  auto const tell = [&](std::string const& name) {
+  for (char const* const name : {"dir", "\xFF"}) std::filesystem::create_directory(base + name);
+  for (char const* const name : {"\u00E4", "gone"}) WriteFile(base + name, "x");
+  std::filesystem::create_symlink("\u00E4", base + "link");
+  auto const told = [&](std::string const& name) {
     FSRef ref;
     std::string const path = base + name;
     EXPECT_EQ(FSPathMakeRef(reinterpret_cast<UInt8 const*>(path.c_str()), &ref, nullptr), noErr);
-    if (name == "file") std::filesystem::rename(path, base + "moved");
-    std::string told = Tell(CFURLCreateFromFSRef(kCFAllocatorDefault, &ref));
-    return told.substr(0, base.size()) == base ? told.substr(base.size()) : told;
+    if (name == "gone") std::filesystem::remove(path);
+    return Tell(Url(CFURLCreateFromFSRef(kCFAllocatorDefault, &ref)));
   };
-  EXPECT_EQ(tell("dir"), "dir directory");
-  EXPECT_EQ(tell("\xFF"), "<none>");
-  EXPECT_EQ(tell("file"), "<none>");
-  EXPECT_EQ(tell("moved"), "moved");
+  EXPECT_EQ(told("dir"), base + "dir directory");
+  EXPECT_EQ(told("link"), base + "\u00E4");
+  EXPECT_EQ(told("\xFF"), "<none>");
+  EXPECT_EQ(told("gone"), "<none>");
   EXPECT_EQ(CFURLCreateFromFSRef(kCFAllocatorDefault, nullptr), nullptr);
-}
 
-TEST(Url, LeadsToTheEntryOfItsPath) {
-  TemporaryFolder const folder;
-  std::string const base = folder.Path() + "/";
-  WriteFile(base + "\xC3\xA4", "x");
-  std::filesystem::create_symlink("\xC3\xA4", base + "link");
-  for (std::string const name : {"\xC3\xA4", "link", "missing"}) {
-    FSRef ref = {};
-    CFURLRef const url = UrlOf(base + name, false);
-    EXPECT_EQ(CFURLGetFSRef(url, &ref), name != "missing") << name;
-    EXPECT_EQ(std::string(ref.path), name == "missing" ? "" : base + "\xC3\xA4");
-    CFRelease(url);
-  }
-  // What can be converted of it exists.
+  FSRef ref = {};
+  EXPECT_TRUE(CFURLGetFSRef(UrlOf(*Make(base + "link"), false).Get(), &ref));
+  EXPECT_EQ(ref.path, base + "\u00E4");
+  // Of the last two, what can be converted exists.
   std::u16string const whole(base.begin(), base.end());
-  for (char16_t const unit : {u'\xD800', u'\0'}) {
-    CFStringRef const text = CreateString(whole + unit);
-    CFURLRef const url =
-        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text, kCFURLPOSIXPathStyle, false);
-    FSRef ref;
-    EXPECT_FALSE(CFURLGetFSRef(url, &ref)) << static_cast<int>(unit);
-    CFRelease(url);
-    CFRelease(text);
+  for (auto const& path : {whole + u"missing", whole + u'\xD800', whole + u'\0'}) {
+    CFHolder<CFStringRef> const text(CreateString(path));
+    EXPECT_FALSE(CFURLGetFSRef(UrlOf(text.Get(), false).Get(), &ref)) << path.size();
   }
 }
 
 TEST(Url, AndStringsAreEqualByValue) {
-  CFURLRef const first = UrlOf("/a", true), same = UrlOf("/a/", true);
-  CFURLRef const file = UrlOf("/a", false), other = UrlOf("/A", true);
-  auto const text = Make("/a"), sameText = Make("/a"), otherText = Make("/A");
-  CFStringRef const string = *text;
-  EXPECT_TRUE(CFEqual(first, first) && CFEqual(first, same));
-  EXPECT_TRUE(CFEqual(string, static_cast<CFStringRef>(*sameText)));
-  EXPECT_FALSE(CFEqual(first, file) || CFEqual(first, other));
-  EXPECT_FALSE(CFEqual(first, string) || CFEqual(string, first));
-  EXPECT_FALSE(CFEqual(string, static_cast<CFStringRef>(*otherText)));
-  for (CFURLRef const url : {first, same, file, other}) CFRelease(url);
+  auto const text = Make("/a"), same = Make("/a"), other = Make("/A");
+  CFStringRef const strings[] = {*text, *same, *other};
+  Url const urls[] = {UrlOf(*text, true), UrlOf(*Make("/a/"), true), UrlOf(*text, false),
+                      UrlOf(*other, true)};
+  EXPECT_TRUE(CFEqual(strings[0], strings[0]) && CFEqual(strings[0], strings[1]) &&
+              CFEqual(urls[0].Get(), urls[1].Get()));
+  EXPECT_FALSE(CFEqual(strings[0], strings[2]) || CFEqual(urls[0].Get(), urls[2].Get()));
+  EXPECT_FALSE(CFEqual(urls[0].Get(), urls[3].Get()) || CFEqual(urls[0].Get(), strings[0]));
+  EXPECT_FALSE(CFEqual(strings[0], urls[0].Get()));
 }

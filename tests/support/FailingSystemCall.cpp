@@ -23,38 +23,15 @@
 
 namespace {
 
-enum Errors : unsigned {
-  kIO = 1,
-  kSpace = 2,
-  kDenied = 4,
-  kInterrupted = 8,
-  kDescriptors = 16,
-  kMissing = 32,
-  kMoving = kIO | kInterrupted,
-  kWriting = kIO | kSpace | kInterrupted,
-  kLooking = kIO | kDenied | kMissing,
-  kNaming = kIO | kSpace | kDenied | kMissing,
-  kMarking = kIO | kSpace | kDenied
-};
+// A set of errors, a bit for each.
+constexpr unsigned BitOf(int error) { return 1u << error; }
 
-unsigned BitOf(int error) {
-  switch (error) {
-    case EIO:
-      return kIO;
-    case ENOSPC:
-      return kSpace;
-    case EACCES:
-      return kDenied;
-    case EINTR:
-      return kInterrupted;
-    case EMFILE:
-      return kDescriptors;
-    case ENOENT:
-      return kMissing;
-    default:
-      return 0;
-  }
-}
+constexpr unsigned kIO = BitOf(EIO), kSpace = BitOf(ENOSPC), kDenied = BitOf(EACCES),
+                   kInterrupted = BitOf(EINTR), kDescriptors = BitOf(EMFILE),
+                   kMissing = BitOf(ENOENT);
+constexpr unsigned kMoving = kIO | kInterrupted, kWriting = kMoving | kSpace,
+                   kMarking = kIO | kSpace | kDenied, kLooking = kIO | kDenied | kMissing,
+                   kNaming = kLooking | kSpace;
 
 struct Call {
   int number;

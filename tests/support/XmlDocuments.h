@@ -2,18 +2,36 @@
 
 // Documents in one line of text, to and from trees.
 
+#include <initializer_list>
 #include <string>
 
 #include "QuillmereLib/xml/CUXmlDomDocumentNode.h"
 #include "tests/support/ShortStream.h"
 #include "tests/support/Strings.h"
 
+inline CUSharedPtr<CUXmlDomElementNode> ElementNode(std::string const& name) {
+  return CUXmlDomDocumentNode().CreateElementNode(Make(name));
+}
+inline CUSharedPtr<CUXmlDomTextNode> TextNode(std::string const& value) {
+  return CUXmlDomDocumentNode().CreateTextNode(Make(value));
+}
+inline CUSharedPtr<CUXmlDomEntityReferenceNode> EntityNode(std::string const& name) {
+  return CUXmlDomDocumentNode().CreateEntityReferenceNodeNode(Make(name));
+}
+
+inline void AddChildren(CUXmlDomNode& parent,
+                        std::initializer_list<CUSharedPtr<CUObject>> children) {
+  for (auto const& child : children) parent.GetChildNodes()->AddObject(child);
+}
+
+std::string ShowAll(CUArray& objects);
+
 // A node and its subtree: name[key=value](children) of an element, 'text', ?target=data, &entity;
 // of other kinds the kind. An object that is no node is "-".
 inline std::string Show(CUSharedPtr<CUObject> const& object) {
   auto* const node = dynamic_cast<CUXmlDomNode*>(object.Get());
   if (node == nullptr) return "-";
-  std::string shown;
+  std::string attributes;
   switch (node->GetNodeType()) {
     case Node_Text:
       return "'" + Utf8(node->GetNodeValue()) + "'";
@@ -21,28 +39,30 @@ inline std::string Show(CUSharedPtr<CUObject> const& object) {
       return "?" + Utf8(node->GetNodeName()) + "=" + Utf8(node->GetNodeValue());
     case Node_Entity_Reference:
       return "&" + Utf8(node->GetNodeName()) + ";";
-    case Node_Element: {
-      shown = Utf8(node->GetNodeName());
-      CUSharedPtr<CUArray> const keys = node->GetAttributes()->AllKeys();
-      for (unsigned int i = 0; i < keys->Count(); ++i) {
-        CUSharedPtr<CUStringMac> const key(
-            dynamic_cast<CUStringMac*>(keys->ObjectAtIndex(i).Get()));
-        shown += (i == 0 ? "[" : " ") + Utf8(key) + "=" + Utf8(node->GetAttribute(key));
-      }
-      if (keys->Count() != 0) shown += "]";
-      break;
-    }
     case Node_Document:
-      break;
+      return "(" + ShowAll(*node->GetChildNodes()) + ")";
+    case Node_Element: {
+      CUSharedPtr<CUArray> const keys = node->GetAttributes()->AllKeys();
+      for (auto const& key : *keys->GetInternalArray()) {
+        CUSharedPtr<CUStringMac> const text(dynamic_cast<CUStringMac*>(key.Get()));
+        attributes += (attributes.empty() ? "[" : " ") + Utf8(text) + "=";
+        attributes += Utf8(node->GetAttribute(text));
+      }
+      return Utf8(node->GetNodeName()) + attributes + (attributes.empty() ? "(" : "](") +
+             ShowAll(*node->GetChildNodes()) + ")";
+    }
     default:
       return Utf8(node->GetXmlDomNodeTypeString(node->GetNodeType()));
   }
-  CUSharedPtr<CUMutableArray> const children = node->GetChildNodes();
-  shown += "(";
-  for (unsigned int i = 0; i < children->Count(); ++i) {
-    shown += (i == 0 ? "" : " ") + Show(children->ObjectAtIndex(i));
+}
+
+// The objects of an array, with blanks between.
+inline std::string ShowAll(CUArray& objects) {
+  std::string shown;
+  for (auto const& object : *objects.GetInternalArray()) {
+    shown += (shown.empty() ? "" : " ") + Show(object);
   }
-  return shown + ")";
+  return shown;
 }
 
 constexpr unsigned long long kAllAtOnce = ~0ull;
@@ -52,12 +72,18 @@ inline CUSharedPtr<CUStream> StreamOf(std::string const& bytes,
   return new ShortStream(bytes, most);
 }
 
-// The tree of the document after loading, and "failed " in front where that failed.
-inline std::string Loaded(std::string const& bytes) {
-  CUSharedPtr<CUXmlDomDocumentNode> const document = new CUXmlDomDocumentNode;
-  unsigned int const status = document->LoadXml(StreamOf(bytes));
-  return (status == CUResult_Success ? "" : "failed ") + Show(document);
+// The mark of a status in front of what it left: nothing for success.
+inline std::string Said(unsigned int status) {
+  return status == CUResult_Success ? "" : status == CUResult_Failed ? "failed " : "? ";
 }
+
+// The tree of the document after loading, and "failed " in front where that failed.
+inline std::string LoadedFrom(CUSharedPtr<CUStream> const& stream) {
+  CUSharedPtr<CUXmlDomDocumentNode> const document = new CUXmlDomDocumentNode;
+  std::string const said = Said(document->LoadXml(stream));
+  return said + Show(document);
+}
+inline std::string Loaded(std::string const& bytes) { return LoadedFrom(StreamOf(bytes)); }
 
 // What the document writes; "failed" where that failed.
 inline std::string Written(CUXmlDomDocumentNode& document) {
