@@ -47,8 +47,8 @@ class QUILLMERE_API CUObject {
   virtual CUObject& operator=(CUObject const&) { return *this; }
 
   // Objects come and go in great numbers, so `new` takes their memory from an allocator made for
-  // that; `::new` goes past it, and the last pointer could not give its memory back. A class that
-  // derives from another with such operators of its own must choose.
+  // that; the global form goes past it, and the last pointer could not give its memory back. A
+  // class that derives from another with such operators of its own must choose.
   static void* operator new(std::size_t size);
   static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
   static void* operator new(std::size_t, void* place) noexcept { return place; }
