@@ -120,7 +120,8 @@ CFRunLoopRef CFRunLoopGetCurrent() {
 }
 
 bool KeepRunLoop(CFRunLoopRef runLoop) {
-  return runLoop == CFRunLoopGetCurrent() && g_main_context_acquire(runLoop->context) != FALSE;
+  bool const isOwn = runLoop != nullptr && runLoop == CFRunLoopGetCurrent();
+  return isOwn && g_main_context_acquire(runLoop->context) != FALSE;
 }
 
 void LetRunLoopGo(GMainContext* context) { g_main_context_release(context); }
