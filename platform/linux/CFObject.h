@@ -44,6 +44,7 @@ class CFObject {
 
   // From now on the object outlives every release. To be called before it is shared.
   void MakeImmortal() { m_life = Life::Immortal; }
+  bool IsImmortal() const { return m_life == Life::Immortal; }
 
  private:
   friend class ObjectStore;

@@ -152,6 +152,7 @@ CFStringRef CFStringCreateWithFormat(CFAllocatorRef, CFDictionaryRef, CFStringRe
   CFStringRef const source = va_arg(arguments, CFStringRef);
   va_end(arguments);
   if (source == nullptr) return CreateNarrow("(null)", 6);
+  if (source->IsImmortal()) return source;
   __CFString* const copy = AllocateString(source->length, source->wide);
   if (copy != nullptr) CopyUnits(source, copy, 0);
   return copy;

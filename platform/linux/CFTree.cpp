@@ -16,13 +16,13 @@ thread_local CFTreeRef* toBeReleased = nullptr;
 // grow with their depth.
 __CFTree::~__CFTree() {
   if (node != nullptr) node->Release();
-  if (firstChild == nullptr) return;
+  CFTreeRef waiting = FirstChild();
+  if (waiting == nullptr) return;
   if (toBeReleased != nullptr) {
-    lastChild->nextSibling = *toBeReleased;
-    *toBeReleased = firstChild;
+    ChildrenIfAny()->last->nextSibling = *toBeReleased;
+    *toBeReleased = waiting;
     return;
   }
-  CFTreeRef waiting = firstChild;
   toBeReleased = &waiting;
   while (waiting != nullptr) {
     CFTreeRef const child = waiting;
@@ -33,21 +33,25 @@ __CFTree::~__CFTree() {
 }
 
 void CFTreeAppendChild(CFTreeRef tree, CFTreeRef newChild) {
+  if (!tree->hasRoom) return;
   newChild->Retain();
   tree->Append(newChild);
 }
 
-CFIndex CFTreeGetChildCount(CFTreeRef tree) { return tree->childCount; }
+CFIndex CFTreeGetChildCount(CFTreeRef tree) {
+  return tree->hasRoom ? tree->ChildrenIfAny()->count : 0;
+}
 
 CFTreeRef CFTreeGetChildAtIndex(CFTreeRef tree, CFIndex index) {
-  if (index < 0 || index >= tree->childCount) return nullptr;
-  if (tree->recentChild == nullptr || index < tree->recentIndex) {
-    tree->recentChild = tree->firstChild;
-    tree->recentIndex = 0;
+  if (index < 0 || index >= CFTreeGetChildCount(tree)) return nullptr;
+  __CFTree::Children& children = *tree->ChildrenIfAny();
+  if (children.recent == nullptr || index < children.recentIndex) {
+    children.recent = children.first;
+    children.recentIndex = 0;
   }
-  while (tree->recentIndex < index) {
-    tree->recentChild = tree->recentChild->nextSibling;
-    ++tree->recentIndex;
+  while (children.recentIndex < index) {
+    children.recent = children.recent->nextSibling;
+    ++children.recentIndex;
   }
-  return tree->recentChild;
+  return children.recent;
 }

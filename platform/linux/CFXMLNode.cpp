@@ -1,5 +1,7 @@
 #include <CoreFoundation/CFXMLNode.h>
 
+#include <cstring>
+
 #include "platform/linux/CFXMLObjects.h"
 
 namespace {
@@ -15,33 +17,31 @@ void ReleaseIfAny(CFTypeRef object) {
 // Calls `change` with each object that the record of a node refers to.
 template <class Change>
 void ForEachObject(__CFXMLNode const& node, Change change) {
+  XmlNodeInfo const* const info = node.Info();
+  if (info == nullptr) return;
   if (node.type == kCFXMLNodeTypeElement) {
-    change(node.info.element.attributes);
-    change(node.info.element.attributeOrder);
+    change(info->element.attributes);
+    change(info->element.attributeOrder);
   } else if (node.type == kCFXMLNodeTypeProcessingInstruction) {
-    change(node.info.processingInstruction.dataString);
+    change(info->processingInstruction.dataString);
   } else if (node.type == kCFXMLNodeTypeDocument) {
-    change(node.info.document.sourceURL);
+    change(info->document.sourceURL);
   }
 }
 
-// Copies the record that a caller gave; false for a kind that has none.
-bool CopyInfo(CFXMLNodeTypeCode type, void const* given, XmlNodeInfo& info) {
+// The size of the record that a kind of node has; 0 for a kind that has none.
+std::size_t InfoSize(CFXMLNodeTypeCode type) {
   switch (type) {
     case kCFXMLNodeTypeDocument:
-      info.document = *static_cast<CFXMLDocumentInfo const*>(given);
-      return true;
+      return sizeof(CFXMLDocumentInfo);
     case kCFXMLNodeTypeElement:
-      info.element = *static_cast<CFXMLElementInfo const*>(given);
-      return true;
+      return sizeof(CFXMLElementInfo);
     case kCFXMLNodeTypeProcessingInstruction:
-      info.processingInstruction = *static_cast<CFXMLProcessingInstructionInfo const*>(given);
-      return true;
+      return sizeof(CFXMLProcessingInstructionInfo);
     case kCFXMLNodeTypeEntityReference:
-      info.entityReference = *static_cast<CFXMLEntityReferenceInfo const*>(given);
-      return true;
+      return sizeof(CFXMLEntityReferenceInfo);
     default:
-      return false;
+      return 0;
   }
 }
 
@@ -54,9 +54,11 @@ __CFXMLNode::~__CFXMLNode() {
 
 CFXMLNodeRef CFXMLNodeCreate(CFAllocatorRef, CFXMLNodeTypeCode xmlType, CFStringRef string,
                              void const* additionalInfo, CFIndex) {
-  CFXMLNodeRef const node = MakeCFObject<__CFXMLNode>(0, xmlType, string);
+  std::size_t const infoSize = additionalInfo != nullptr ? InfoSize(xmlType) : 0;
+  CFXMLNodeRef const node =
+      MakeCFObject<__CFXMLNode>(infoSize != 0 ? sizeof(XmlNodeInfo) : 0, xmlType, string);
   if (node == nullptr) return nullptr;
-  node->hasInfo = additionalInfo != nullptr && CopyInfo(xmlType, additionalInfo, node->info);
+  if (infoSize != 0) std::memcpy(&node->AddInfo(), additionalInfo, infoSize);
   RetainIfAny(string);
   ForEachObject(*node, RetainIfAny);
   return node;
@@ -66,10 +68,10 @@ CFXMLNodeTypeCode CFXMLNodeGetTypeCode(CFXMLNodeRef node) { return node->type; }
 
 CFStringRef CFXMLNodeGetString(CFXMLNodeRef node) { return node->string; }
 
-void const* CFXMLNodeGetInfoPtr(CFXMLNodeRef node) { return node->hasInfo ? &node->info : nullptr; }
+void const* CFXMLNodeGetInfoPtr(CFXMLNodeRef node) { return node->Info(); }
 
 CFXMLTreeRef CFXMLTreeCreateWithNode(CFAllocatorRef, CFXMLNodeRef node) {
-  CFXMLTreeRef const tree = MakeCFObject<__CFTree>(0, node);
+  CFXMLTreeRef const tree = MakeCFObject<__CFTree>(sizeof(__CFTree::Children), node, true);
   if (tree != nullptr) node->Retain();
   return tree;
 }

@@ -159,21 +159,26 @@ class TreeBuilder {
   // Adds the nodes of the text from the last markup up to `end`.
   void TakeText(std::size_t end);
   void AddText(std::string_view text);
-  void AddReference(std::string_view name);
   void AddInstruction(std::string_view target, std::string_view data);
 
   CFDictionaryRef CreateAttributes(std::string_view tag);
 
-  CFTreeRef Make(CFXMLNodeTypeCode type, CFStringRef string);
-
-  // Adds a node to the element that is open.
-  __CFXMLNode& Add(CFXMLNodeTypeCode type, CFStringRef string) {
-    CFTreeRef const tree = Make(type, string);
-    m_open.back()->Append(tree);
-    return *const_cast<__CFXMLNode*>(tree->node);
+  // A node that may get a record, and one of text without.
+  CFXMLNodeRef MakeWithRoom(CFXMLNodeTypeCode type, CFStringRef string) {
+    return Made(m_store.Make<__CFXMLNode>(sizeof(XmlNodeInfo), type, string));
   }
-  void Add(CFXMLNodeTypeCode type, std::string_view text) {
-    Add(type, m_strings.TextWithLineFeeds(text));
+  CFXMLNodeRef MakeText(CFXMLNodeTypeCode type, std::string_view text) {
+    return Made(m_store.Make<__CFXMLNode>(0, type, m_strings.TextWithLineFeeds(text)));
+  }
+  CFXMLNodeRef Reference(std::string_view name);
+
+  CFTreeRef MakeParent(CFXMLNodeRef node) {
+    return Made(m_store.Make<__CFTree>(sizeof(__CFTree::Children), node, true));
+  }
+
+  // Adds a node without children to the element that is open.
+  void Add(CFXMLNodeRef node) {
+    m_open.back()->Append(Made(m_store.Make<__CFTree>(0, node, false)));
   }
 
   enum class End { None, DocumentType, TooDeep, OutOfMemory };
@@ -190,16 +195,16 @@ class TreeBuilder {
   std::size_t m_textStart = 0;    // behind the last markup
   std::size_t m_section = 0;      // where the CDATA section that is open begins
   std::vector<CFTreeRef> m_open;  // the document and the elements that are open
+  std::array<CFXMLNodeRef, 16> m_references = {};
   std::vector<void const*> m_keys;
   std::vector<void const*> m_values;
 };
 
 CFTreeRef TreeBuilder::Build() {
   if (!BeginsPlainly(m_text)) return nullptr;
-  CFTreeRef const document = Make(kCFXMLNodeTypeDocument, CFSTR(""));
-  auto& node = *const_cast<__CFXMLNode*>(document->node);
-  node.hasInfo = true;
-  node.info.document = {nullptr, kCFStringEncodingUTF8};
+  CFXMLNodeRef const node = MakeWithRoom(kCFXMLNodeTypeDocument, CFSTR(""));
+  node->AddInfo().document.encoding = kCFStringEncodingUTF8;
+  CFTreeRef const document = MakeParent(node);
   m_open.reserve(1 + kMostLevels);
   m_open.push_back(document);
   m_parser = XmlParserHandle(XML_ParserCreate("UTF-8"));
@@ -245,11 +250,6 @@ bool TreeBuilder::Feed() {
   return true;
 }
 
-CFTreeRef TreeBuilder::Make(CFXMLNodeTypeCode type, CFStringRef string) {
-  CFXMLNodeRef const node = Made(m_store.Make<__CFXMLNode>(0, type, string));
-  return Made(m_store.Make<__CFTree>(0, node));
-}
-
 void TreeBuilder::TakeText(std::size_t end) {
   std::string_view left = m_text.substr(m_textStart, end - m_textStart);
   while (!left.empty()) {
@@ -258,32 +258,40 @@ void TreeBuilder::TakeText(std::size_t end) {
     left.remove_prefix(reference);
     if (left.empty()) return;
     std::size_t const semicolon = left.find(';');
-    AddReference(left.substr(1, semicolon - 1));
+    Add(Reference(left.substr(1, semicolon - 1)));
     left.remove_prefix(semicolon + 1);
   }
 }
 
 void TreeBuilder::AddText(std::string_view text) {
   if (SkipSpace(text) == text.size()) return;
-  Add(kCFXMLNodeTypeText, text);
+  Add(MakeText(kCFXMLNodeTypeText, text));
 }
 
-void TreeBuilder::AddReference(std::string_view name) {
-  __CFXMLNode& node = Add(kCFXMLNodeTypeEntityReference, m_strings.Name(name));
-  node.hasInfo = true;
-  node.info.entityReference.entityType =
-      name.front() == '#' ? kCFXMLEntityTypeCharacter : kCFXMLEntityTypeParsedInternal;
+// One node serves all references with a name that come together.
+CFXMLNodeRef TreeBuilder::Reference(std::string_view name) {
+  CFStringRef const string = m_strings.Name(name);
+  CFXMLNodeRef& recent =
+      m_references[(name.size() + static_cast<unsigned char>(name.front())) % m_references.size()];
+  if (recent == nullptr || recent->string != string) {
+    recent = MakeWithRoom(kCFXMLNodeTypeEntityReference, string);
+    recent->AddInfo().entityReference.entityType =
+        name.front() == '#' ? kCFXMLEntityTypeCharacter : kCFXMLEntityTypeParsedInternal;
+  }
+  return recent;
 }
 
 void TreeBuilder::StartElement() {
   std::string_view const tag = NextMarkup();
   if (m_open.size() > kMostLevels) return Stop(End::TooDeep);
   std::string_view const name = tag.substr(1, FindSpaceOr<'/', '>'>(tag.substr(1)));
-  __CFXMLNode& node = Add(kCFXMLNodeTypeElement, m_strings.Name(name));
-  node.hasInfo = true;
-  node.info.element.isEmpty = tag[tag.size() - 2] == '/';
-  node.info.element.attributes = CreateAttributes(tag.substr(1 + name.size()));
-  m_open.push_back(m_open.back()->lastChild);
+  CFXMLNodeRef const node = MakeWithRoom(kCFXMLNodeTypeElement, m_strings.Name(name));
+  CFXMLElementInfo& info = node->AddInfo().element;
+  info.isEmpty = tag[tag.size() - 2] == '/';
+  info.attributes = CreateAttributes(tag.substr(1 + name.size()));
+  CFTreeRef const element = MakeParent(node);
+  m_open.back()->Append(element);
+  m_open.push_back(element);
 }
 
 void TreeBuilder::EndElement() {
@@ -311,9 +319,10 @@ CFDictionaryRef TreeBuilder::CreateAttributes(std::string_view tag) {
 }
 
 void TreeBuilder::AddInstruction(std::string_view target, std::string_view data) {
-  __CFXMLNode& node = Add(kCFXMLNodeTypeProcessingInstruction, m_strings.Name(target));
-  node.hasInfo = true;
-  node.info.processingInstruction.dataString = m_strings.TextWithLineFeeds(data);
+  CFXMLNodeRef const node =
+      MakeWithRoom(kCFXMLNodeTypeProcessingInstruction, m_strings.Name(target));
+  node->AddInfo().processingInstruction.dataString = m_strings.TextWithLineFeeds(data);
+  Add(node);
 }
 
 // What stands between "<?" and "?>", in its two parts.
@@ -348,7 +357,7 @@ void TreeBuilder::XmlDeclaration() {
 
 void TreeBuilder::Comment() {
   std::string_view const markup = NextMarkup();
-  Add(kCFXMLNodeTypeComment, markup.substr(4, markup.size() - 7));
+  Add(MakeText(kCFXMLNodeTypeComment, markup.substr(4, markup.size() - 7)));
 }
 
 void TreeBuilder::StartSection() {
@@ -359,7 +368,7 @@ void TreeBuilder::StartSection() {
 void TreeBuilder::EndSection() {
   std::size_t const end = Here();
   m_textStart = end + Markup().size();
-  Add(kCFXMLNodeTypeCDATASection, m_text.substr(m_section, end - m_section));
+  Add(MakeText(kCFXMLNodeTypeCDATASection, m_text.substr(m_section, end - m_section)));
 }
 
 // expat reports one without a name where it looks for declarations elsewhere.
@@ -368,7 +377,7 @@ void TreeBuilder::DocumentType(void* builder, XML_Char const* name, XML_Char con
   auto* const self = static_cast<TreeBuilder*>(builder);
   if (name == nullptr || self->m_end != End::None) return;
   try {
-    self->Add(kCFXMLNodeTypeDocumentType, name);
+    self->Add(self->MakeText(kCFXMLNodeTypeDocumentType, name));
     self->Stop(End::DocumentType);
   } catch (...) {
     self->Stop(End::OutOfMemory);

@@ -21,6 +21,7 @@ class TreeWriter {
   bool Open(CFTreeRef tree);
   bool Close(CFTreeRef tree);
   bool OpenElement(CFTreeRef tree);
+  bool PutInstruction(CFXMLNodeRef node);
   bool PutValue(CFStringRef value);
 
   // Null is nothing.
@@ -38,7 +39,8 @@ class TreeWriter {
 };
 
 bool IsEmptyElement(CFTreeRef tree) {
-  return tree->node->hasInfo && tree->node->info.element.isEmpty && tree->firstChild == nullptr;
+  XmlNodeInfo const* const info = tree->node->Info();
+  return info != nullptr && info->element.isEmpty && tree->FirstChild() == nullptr;
 }
 
 // With the trees that are open on a stack of its own, so that their depth does not matter.
@@ -46,9 +48,9 @@ bool TreeWriter::Write(CFTreeRef tree) {
   std::vector<CFTreeRef> open;
   for (CFTreeRef next = tree; next != nullptr;) {
     if (!Open(next)) return false;
-    if (next->firstChild != nullptr) {
+    if (next->FirstChild() != nullptr) {
       open.push_back(next);
-      next = next->firstChild;
+      next = next->FirstChild();
       continue;
     }
     if (!Close(next)) return false;
@@ -72,8 +74,7 @@ bool TreeWriter::Open(CFTreeRef tree) {
     case kCFXMLNodeTypeText:
       return Put(node->string);
     case kCFXMLNodeTypeProcessingInstruction:
-      return PutAll("<?", node->string, " ",
-                    node->hasInfo ? node->info.processingInstruction.dataString : nullptr, "?>");
+      return PutInstruction(node);
     case kCFXMLNodeTypeEntityReference:
       return PutAll("&", node->string, ";");
     case kCFXMLNodeTypeComment:
@@ -87,6 +88,12 @@ bool TreeWriter::Open(CFTreeRef tree) {
   }
 }
 
+bool TreeWriter::PutInstruction(CFXMLNodeRef node) {
+  XmlNodeInfo const* const info = node->Info();
+  CFStringRef const data = info != nullptr ? info->processingInstruction.dataString : nullptr;
+  return PutAll("<?", node->string, " ", data, "?>");
+}
+
 bool TreeWriter::Close(CFTreeRef tree) {
   if (tree->node->type != kCFXMLNodeTypeElement || IsEmptyElement(tree)) return true;
   return PutAll("</", tree->node->string, ">");
@@ -95,10 +102,11 @@ bool TreeWriter::Close(CFTreeRef tree) {
 bool TreeWriter::OpenElement(CFTreeRef tree) {
   CFXMLNodeRef const node = tree->node;
   if (!PutAll("<", node->string)) return false;
-  CFDictionaryRef const attributes = node->hasInfo ? node->info.element.attributes : nullptr;
+  XmlNodeInfo const* const info = node->Info();
+  CFDictionaryRef const attributes = info != nullptr ? info->element.attributes : nullptr;
   if (attributes != nullptr) {
     std::vector<void const*> names;
-    if (CFArrayRef const order = node->info.element.attributeOrder) {
+    if (CFArrayRef const order = info->element.attributeOrder) {
       for (CFIndex i = 0; i < CFArrayGetCount(order); ++i) {
         names.push_back(CFArrayGetValueAtIndex(order, i));
       }
