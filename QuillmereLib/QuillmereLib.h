@@ -8,6 +8,7 @@
 #include "QuillmereLib/core/CULiveObjects.h"
 #include "QuillmereLib/core/CULock.h"
 #include "QuillmereLib/core/CUObject.h"
+#include "QuillmereLib/core/CUObjectAllocator.h"
 #include "QuillmereLib/core/CURange.h"
 #include "QuillmereLib/core/CUResult.h"
 #include "QuillmereLib/core/CUSharedPtr.h"

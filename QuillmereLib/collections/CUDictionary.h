@@ -3,11 +3,14 @@
 // CUDictionary, which maps string keys to objects in the order of the keys, and
 // CUMutableDictionary, which can be changed.
 
+#include <functional>
 #include <map>
+#include <utility>
 
 #include "QuillmereLib/collections/CUArray.h"
 #include "QuillmereLib/core/CUExport.h"
 #include "QuillmereLib/core/CUObject.h"
+#include "QuillmereLib/core/CUObjectAllocator.h"
 #include "QuillmereLib/core/CUSharedPtr.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 
@@ -44,7 +47,8 @@ class QUILLMERE_API CUDictionary : public CUObject {
   CUSharedPtr<CUObject> ObjectForKey(CUSharedPtr<CUStringMac> key);
 
  protected:
-  using Entries = std::map<CUStringMac, CUSharedPtr<CUObject>>;
+  using Entries = std::map<CUStringMac, CUSharedPtr<CUObject>, std::less<CUStringMac>,
+                           CUObjectAllocator<std::pair<CUStringMac const, CUSharedPtr<CUObject>>>>;
 
   // The entry of `key`, or the end.
   Entries::iterator Find(CUStringMac const& key);
