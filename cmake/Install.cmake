@@ -6,7 +6,7 @@ include(CMakePackageConfigHelpers)
 # Headers that sources of the library share and that no public header includes.
 set(QUILLMERE_INTERNAL_HEADERS
     core/CFHolder.h
-    core/CreateOrNull.h
+    core/Create.h
     core/ThrowErrorCode.h
     filesystem/PathRef.h
     logging/LogState.h

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/strings/CUNewline.h"
 #include "QuillmereLib/strings/TextBuilder.h"
 
@@ -52,7 +53,7 @@ CUSharedPtr<CUArray> CUDictionary::AllKeys() {
   CUSharedPtr<CUMutableArray> const keys = new CUMutableArray;
   keys->GetInternalArray()->reserve(m_map.size());
   for (auto const& entry : m_map) {
-    CUSharedPtr<CUStringMac> key = new CUStringMac(entry.first);
+    auto key = Create<CUStringMac>(entry.first);
     CheckCopy(*key, entry.first);
     keys->AddObject(std::move(key));
   }

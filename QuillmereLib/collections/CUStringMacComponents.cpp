@@ -17,7 +17,7 @@ CUResult CUStringMac::PathComponents(CUSharedPtr<CUArray>* components) {
   auto const add = [&array](CFStringRef made) {
     CFHolder<CFStringRef> piece(made);
     if (!piece) return false;
-    CUSharedPtr<CUStringMac> component = new CUStringMac(nullptr, Adopted::yes);
+    auto component = CUSharedPtr<CUStringMac>::OfNew(new CUStringMac(nullptr, Adopted::yes));
     component->m_string = piece.Release();
     array->AddObject(std::move(component));
     return true;

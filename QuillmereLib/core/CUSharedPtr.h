@@ -24,6 +24,16 @@ class QUILLMERE_API CUSharedPtr {
 
   CUSharedPtr(CUSharedPtr const& other) noexcept : m_ptr(other.m_ptr) { Add(m_ptr); }
 
+  // Shares `object`, straight from `new`: as nothing else can hold it yet, the first unit needs no
+  // atomic step.
+  static CUSharedPtr OfNew(T* object) noexcept {
+    CUSharedPtr pointer;
+    pointer.m_ptr = object;
+    std::atomic<std::int32_t>& count = static_cast<CUObject&>(*object).m_refCount;
+    count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    return pointer;
+  }
+
   // Takes over the unit of `other`, which becomes null.
   CUSharedPtr(CUSharedPtr&& other) noexcept : m_ptr(std::exchange(other.m_ptr, nullptr)) {}
 

@@ -10,7 +10,7 @@
 #include <new>
 
 #include "QuillmereLib/core/CFHolder.h"
-#include "QuillmereLib/core/CreateOrNull.h"
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/filesystem/PathRef.h"
 

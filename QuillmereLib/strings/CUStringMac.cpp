@@ -9,6 +9,7 @@
 #include <new>
 
 #include "QuillmereLib/core/CFHolder.h"
+#include "QuillmereLib/core/Create.h"
 
 namespace {
 
@@ -81,7 +82,7 @@ unsigned int CUStringMac::ConvertCharCode(_CUString_CharCode code) {
 }
 
 CUSharedPtr<CUStringMac> CUStringMac::Description() {
-  CUSharedPtr<CUStringMac> copy = new CUStringMac(*this);
+  auto copy = Create<CUStringMac>(*this);
   if (m_string != nullptr && copy->m_string == nullptr) throw std::bad_alloc();
   return copy;
 }
@@ -156,7 +157,7 @@ CUSharedPtr<CUStringMac> CUStringMac::SubString(int start, int length) {
   CFHolder<CFStringRef> part(
       CFStringCreateWithSubstring(kCFAllocatorDefault, m_string, CFRangeMake(start, length)));
   if (!part) return nullptr;
-  CUSharedPtr<CUStringMac> result = new CUStringMac(nullptr, Adopted::yes);
+  auto result = CUSharedPtr<CUStringMac>::OfNew(new CUStringMac(nullptr, Adopted::yes));
   result->m_string = part.Release();
   return result;
 }

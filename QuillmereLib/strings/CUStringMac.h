@@ -155,6 +155,8 @@ class QUILLMERE_API CUStringMac : public virtual CUObject {
   static CUResult GetUnicodeFileName(CUSharedPtr<CUStringMac> name, HFSUniStr255* result);
 
  private:
+  friend class TextBuilder;
+
   // Takes over `string`, a platform string that nothing else refers to, with its reference.
   enum class Adopted { yes };
   CUStringMac(__CFString const* string, Adopted) : m_string(string), m_utf8Buffer(nullptr) {}

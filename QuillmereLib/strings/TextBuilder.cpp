@@ -39,10 +39,11 @@ void TextBuilder::AppendDescription(CUObject* object) {
 }
 
 CUSharedPtr<CUStringMac> TextBuilder::Text() const {
-  CFHolder<CFStringRef> const text(
+  CFHolder<CFStringRef> text(
       CFStringCreateByCombiningStrings(kCFAllocatorDefault, m_pieces.Get(), CFSTR("")));
   if (!text) throw std::bad_alloc();
-  CUSharedPtr<CUStringMac> result = new CUStringMac(text.Get());
-  if (static_cast<CFStringRef>(*result) == nullptr) throw std::bad_alloc();
+  auto result =
+      CUSharedPtr<CUStringMac>::OfNew(new CUStringMac(nullptr, CUStringMac::Adopted::yes));
+  result->m_string = text.Release();
   return result;
 }

@@ -3,7 +3,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "QuillmereLib/core/CFHolder.h"
-#include "QuillmereLib/core/CreateOrNull.h"
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 

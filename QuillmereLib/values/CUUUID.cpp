@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "QuillmereLib/core/CFHolder.h"
-#include "QuillmereLib/core/CreateOrNull.h"
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/core/ThrowErrorCode.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 #include "QuillmereLib/strings/TextBuilder.h"

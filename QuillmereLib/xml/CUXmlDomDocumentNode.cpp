@@ -2,12 +2,13 @@
 
 #include <utility>
 
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/xml/NodeText.h"
 
 CUXmlDomDocumentNode::CUXmlDomDocumentNode() {
   nodeType = Node_Document;
   nodeName = NewString(CFSTR("#document"));
-  childNodes = new CUMutableArray;
+  childNodes = Create<CUMutableArray>();
 }
 
 CUXmlDomDocumentNode::~CUXmlDomDocumentNode() = default;
@@ -26,29 +27,32 @@ unsigned int CUXmlDomDocumentNode::SetNodeValue(CUSharedPtr<CUStringMac>) {
 CUSharedPtr<CUXmlDomElementNode> CUXmlDomDocumentNode::CreateElementNode(
     CUSharedPtr<CUStringMac> name) {
   if (name == nullptr) return nullptr;
-  CUSharedPtr<CUXmlDomElementNode> node = new CUXmlDomElementNode;
-  return CUFailed(node->SetNodeName(std::move(name))) ? nullptr : node;
+  auto node = Create<CUXmlDomElementNode>();
+  if (CUFailed(node->SetNodeName(std::move(name)))) return nullptr;
+  return node;
 }
 
 CUSharedPtr<CUXmlDomTextNode> CUXmlDomDocumentNode::CreateTextNode(CUSharedPtr<CUStringMac> value) {
   if (value == nullptr) return nullptr;
-  CUSharedPtr<CUXmlDomTextNode> node = new CUXmlDomTextNode;
-  return CUFailed(node->SetNodeValue(std::move(value))) ? nullptr : node;
+  auto node = Create<CUXmlDomTextNode>();
+  if (CUFailed(node->SetNodeValue(std::move(value)))) return nullptr;
+  return node;
 }
 
 CUSharedPtr<CUXmlDomProcessingInstructionNode>
 CUXmlDomDocumentNode::CreateProcessingInstructionNode(CUSharedPtr<CUStringMac> target,
                                                       CUSharedPtr<CUStringMac> data) {
   if (target == nullptr || data == nullptr) return nullptr;
-  CUSharedPtr<CUXmlDomProcessingInstructionNode> node = new CUXmlDomProcessingInstructionNode;
-  bool const failed = CUFailed(node->SetNodeName(std::move(target))) ||
-                      CUFailed(node->SetNodeValue(std::move(data)));
-  return failed ? nullptr : node;
+  auto node = Create<CUXmlDomProcessingInstructionNode>();
+  if (CUFailed(node->SetNodeName(std::move(target)))) return nullptr;
+  if (CUFailed(node->SetNodeValue(std::move(data)))) return nullptr;
+  return node;
 }
 
 CUSharedPtr<CUXmlDomEntityReferenceNode> CUXmlDomDocumentNode::CreateEntityReferenceNodeNode(
     CUSharedPtr<CUStringMac> name) {
   if (name == nullptr) return nullptr;
-  CUSharedPtr<CUXmlDomEntityReferenceNode> node = new CUXmlDomEntityReferenceNode;
-  return CUFailed(node->SetNodeName(std::move(name))) ? nullptr : node;
+  auto node = Create<CUXmlDomEntityReferenceNode>();
+  if (CUFailed(node->SetNodeName(std::move(name)))) return nullptr;
+  return node;
 }

@@ -105,181 +105,10 @@ class KeyStrings {
   Recent m_recent[64];
 };
 
-// Those of the document that this thread is loading.
-thread_local KeyStrings* keyStrings = nullptr;
-
-}  // namespace
-
-unsigned int CUXmlDomDocumentNode::LoadXml(CUSharedPtr<CUStream> stream) {
-  return LoadXmlMac(std::move(stream));
-}
-
-unsigned int CUXmlDomDocumentNode::LoadXmlMac(CUSharedPtr<CUStream> stream) {
-  if (stream == nullptr) return CUResult_Failed;
-  CFHolder<CFDataRef> const data(CreateCFDataFromStreamMac(std::move(stream)));
-  if (!data) return CUResult_Failed;
-  constexpr CFIndex kNodeVersion = 1;
-  CFHolder<CFXMLTreeRef> const tree(CFXMLTreeCreateFromData(
-      kCFAllocatorDefault, data.Get(), nullptr, kCFXMLParserSkipWhitespace, kNodeVersion));
-  if (!tree) return CUResult_Failed;
-  KeyStrings strings;
-  keyStrings = &strings;
-  struct Forget {
-    ~Forget() { keyStrings = nullptr; }
-  } const forget;
-  return MakeUpChildNodes_OS2CU_Mac(tree.Get(), this);
-}
-
-__CFData const* CUXmlDomDocumentNode::CreateCFDataFromStreamMac(CUSharedPtr<CUStream> stream) {
-  if (stream == nullptr) return nullptr;
-  unsigned long long const length = stream->Length();
-  std::unique_ptr<unsigned char, FreeBlock> const buffer(
-      static_cast<unsigned char*>(std::malloc(length)));
-  if (!buffer) return nullptr;
-  if (stream->Read(buffer.get(), length, 0, CUStream_Seek_Origin_Begin) != length) return nullptr;
-  return CFDataCreate(kCFAllocatorDefault, buffer.get(), static_cast<CFIndex>(length));
-}
-
-unsigned int CUXmlDomDocumentNode::MakeUpChildNodes_OS2CU_Mac(__CFTree* tree,
-                                                              CUXmlDomNode* parent) {
-  if (tree == nullptr || parent == nullptr) return CUResult_Failed;
-  CFIndex const count = CFTreeGetChildCount(tree);
-  if (count < 1) return CUResult_Success;
-  if (CUSharedPtr<CUMutableArray> const children = parent->GetChildNodes()) {
-    // Only at first: a document that is loaded into again and again must not grow by exact steps.
-    Objects& objects = *children->GetInternalArray();
-    if (objects.empty()) objects.reserve(static_cast<std::size_t>(count));
-  }
-  unsigned int status = CUResult_Failed;
-  for (CFIndex i = 0; i < count; ++i) {
-    CFTreeRef const child = CFTreeGetChildAtIndex(tree, i);
-    if (child == nullptr) continue;
-    status = MakeUpCuXmlDomNodeInstanceMac(child, parent->GetChildNodes());
-    if (CUFailed(status)) return status;
-  }
-  return status;
-}
-
-unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomNodeInstanceMac(
-    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
-  if (node == nullptr) return CUResult_Failed;
-  switch (CFXMLNodeGetTypeCode(node)) {
-    case kCFXMLNodeTypeElement:
-      return MakeUpCuXmlDomElementNodeInstanceMac(tree, std::move(children));
-    case kCFXMLNodeTypeProcessingInstruction:
-      return MakeUpCuXmlDomProcessingInstructionNodeInstanceMac(tree, std::move(children));
-    case kCFXMLNodeTypeText:
-      return MakeUpCuXmlDomTextNodeInstanceMac(tree, std::move(children));
-    case kCFXMLNodeTypeEntityReference:
-      return MakeUpCuXmlDomEntityReferenceNodeInstanceMac(tree, std::move(children));
-    default:
-      return CUResult_Failed;
-  }
-}
-
-namespace {
-
-// Sets the attributes of the platform's dictionary.
-unsigned int SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attributes) {
-  constexpr std::size_t kFew = 16;
-  void const* few[2 * kFew] = {};
-  std::vector<void const*> many;
-  auto const count = static_cast<std::size_t>(CFDictionaryGetCount(attributes));
-  if (count > kFew) many.resize(2 * count);
-  void const** const keys = count > kFew ? many.data() : few;
-  void const** const values = keys + count;
-  CFDictionaryGetKeysAndValues(attributes, keys, values);
-  for (std::size_t i = 0; i < count; ++i) {
-    auto const key = static_cast<CFStringRef>(keys[i]);
-    unsigned int const status =
-        element.SetAttribute(keyStrings != nullptr ? keyStrings->For(key) : NewString(key),
-                             NewString(static_cast<CFStringRef>(values[i])));
-    if (CUFailed(status)) return status;
-  }
-  return CUResult_Success;
-}
-
-}  // namespace
-
-unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomElementNodeInstanceMac(
-    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
-  if (node == nullptr) return CUResult_Failed;
-  CFStringRef const name = CFXMLNodeGetString(node);
-  auto const* const info = static_cast<CFXMLElementInfo const*>(CFXMLNodeGetInfoPtr(node));
-  if (name == nullptr || info == nullptr) return CUResult_Failed;
-
-  CUSharedPtr<CUXmlDomElementNode> element = CreateElementNode(NewString(name));
-  if (element == nullptr) return CUResult_Failed;
-  unsigned int status = CUResult_Success;
-  if (info->attributes != nullptr) status = SetAttributes(*element, info->attributes);
-  if (CUFailed(status)) return status;
-
-  Content const content(tree);
-  if (content.IsText()) {
-    CUSharedPtr<CUXmlDomTextNode> text = CreateTextNode(MergedText(tree, content));
-    if (text == nullptr) return CUResult_Failed;
-    element->GetChildNodes()->AddObject(std::move(text));
-  } else {
-    status = MakeUpChildNodes_OS2CU_Mac(tree, element.Get());
-    if (!CUFailed(status) && !content.IsMerged()) {
-      status = CombineCuDomXmlEntityReferenceAndTextNodeMac(element->GetChildNodes());
-    }
-    if (CUFailed(status)) return status;
-  }
-  children->AddObject(std::move(element));
-  return CUResult_Success;
-}
-
-unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomTextNodeInstanceMac(
-    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
-  CFStringRef const text = node != nullptr ? CFXMLNodeGetString(node) : nullptr;
-  if (text == nullptr) return CUResult_Failed;
-  CUSharedPtr<CUXmlDomTextNode> made = CreateTextNode(NewString(text));
-  if (made == nullptr) return CUResult_Failed;
-  children->AddObject(std::move(made));
-  return CUResult_Success;
-}
-
-unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomProcessingInstructionNodeInstanceMac(
-    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
-  if (node == nullptr) return CUResult_Failed;
-  CFStringRef const target = CFXMLNodeGetString(node);
-  auto const* const info =
-      static_cast<CFXMLProcessingInstructionInfo const*>(CFXMLNodeGetInfoPtr(node));
-  if (target == nullptr || info == nullptr) return CUResult_Failed;
-  CUSharedPtr<CUXmlDomProcessingInstructionNode> made =
-      CreateProcessingInstructionNode(NewString(target), NewString(info->dataString));
-  if (made == nullptr) return CUResult_Failed;
-  children->AddObject(std::move(made));
-  return CUResult_Success;
-}
-
-unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomEntityReferenceNodeInstanceMac(
-    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
-  CFStringRef const name = node != nullptr ? CFXMLNodeGetString(node) : nullptr;
-  if (name == nullptr) return CUResult_Failed;
-  CUSharedPtr<CUXmlDomEntityReferenceNode> made = CreateEntityReferenceNodeNode(NewString(name));
-  if (made == nullptr) return CUResult_Failed;
-  children->AddObject(std::move(made));
-  return CUResult_Success;
-}
-
 // Looks at all children first and then moves those that stay in one pass, so that the work is in
 // proportion to their number, and nothing has changed when memory runs out.
-unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(
-    CUSharedPtr<CUMutableArray> children) {
-  if (children == nullptr) return CUResult_Failed;
-  Objects& objects = *children->GetInternalArray();
+unsigned int CombineText(CUXmlDomDocumentNode& document, CUMutableArray& children) {
+  Objects& objects = *children.GetInternalArray();
   std::vector<bool> goes(objects.size());
   TextBuilder mergedText;
   std::size_t firstIndex = 0;
@@ -308,7 +137,7 @@ unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(
 
   CUSharedPtr<CUObject> merged;
   if (!sawUnknownEntity) {
-    merged = CreateTextNode(mergedText.Text());
+    merged = document.CreateTextNode(mergedText.Text());
     if (merged == nullptr) return CUResult_Failed;
   }
   std::size_t kept = firstIndex;
@@ -320,4 +149,210 @@ unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(
   }
   objects.resize(kept);
   return sawUnknownEntity ? CUResult_Failed : CUResult_Success;
+}
+
+// Makes nodes of the platform's trees. Each operation appends the node of `tree`, with its subtree,
+// to `children`, and tells whether it could.
+class NodeMaker {
+ public:
+  explicit NodeMaker(CUXmlDomDocumentNode& document) : m_document(document) {}
+
+  // All of the children of `tree`, up to the first that fails.
+  unsigned int AddChildren(CFTreeRef tree, CUMutableArray& children);
+
+  unsigned int Add(CFTreeRef tree, CUMutableArray& children);
+  unsigned int AddElement(CFTreeRef tree, CUMutableArray& children);
+  unsigned int AddText(CFTreeRef tree, CUMutableArray& children);
+  unsigned int AddInstruction(CFTreeRef tree, CUMutableArray& children);
+  unsigned int AddReference(CFTreeRef tree, CUMutableArray& children);
+
+ private:
+  unsigned int SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attributes);
+  unsigned int AddContent(CFTreeRef tree, CUMutableArray& children);
+
+  // The end of each: `node` is null where it could not be made.
+  template <class Node>
+  static unsigned int Append(CUSharedPtr<Node> node, CUMutableArray& children) {
+    if (node == nullptr) return CUResult_Failed;
+    children.AddObject(std::move(node));
+    return CUResult_Success;
+  }
+
+  CUXmlDomDocumentNode& m_document;
+  KeyStrings m_keys;
+};
+
+unsigned int NodeMaker::AddChildren(CFTreeRef tree, CUMutableArray& children) {
+  CFIndex const count = CFTreeGetChildCount(tree);
+  if (count < 1) return CUResult_Success;
+  // Only at first: a document that is loaded into again and again must not grow by exact steps.
+  Objects& objects = *children.GetInternalArray();
+  if (objects.empty()) objects.reserve(static_cast<std::size_t>(count));
+  unsigned int status = CUResult_Failed;
+  for (CFIndex i = 0; i < count; ++i) {
+    CFTreeRef const child = CFTreeGetChildAtIndex(tree, i);
+    if (child == nullptr) continue;
+    status = Add(child, children);
+    if (CUFailed(status)) return status;
+  }
+  return status;
+}
+
+unsigned int NodeMaker::Add(CFTreeRef tree, CUMutableArray& children) {
+  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
+  if (node == nullptr) return CUResult_Failed;
+  switch (CFXMLNodeGetTypeCode(node)) {
+    case kCFXMLNodeTypeElement:
+      return AddElement(tree, children);
+    case kCFXMLNodeTypeProcessingInstruction:
+      return AddInstruction(tree, children);
+    case kCFXMLNodeTypeText:
+      return AddText(tree, children);
+    case kCFXMLNodeTypeEntityReference:
+      return AddReference(tree, children);
+    default:
+      return CUResult_Failed;
+  }
+}
+
+// Sets the attributes of the platform's dictionary.
+unsigned int NodeMaker::SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attributes) {
+  constexpr std::size_t kFew = 16;
+  void const* few[2 * kFew] = {};
+  std::vector<void const*> many;
+  auto const count = static_cast<std::size_t>(CFDictionaryGetCount(attributes));
+  if (count > kFew) many.resize(2 * count);
+  void const** const keys = count > kFew ? many.data() : few;
+  void const** const values = keys + count;
+  CFDictionaryGetKeysAndValues(attributes, keys, values);
+  for (std::size_t i = 0; i < count; ++i) {
+    unsigned int const status =
+        element.SetAttribute(m_keys.For(static_cast<CFStringRef>(keys[i])),
+                             NewString(static_cast<CFStringRef>(values[i])));
+    if (CUFailed(status)) return status;
+  }
+  return CUResult_Success;
+}
+
+unsigned int NodeMaker::AddElement(CFTreeRef tree, CUMutableArray& children) {
+  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
+  if (node == nullptr) return CUResult_Failed;
+  CFStringRef const name = CFXMLNodeGetString(node);
+  auto const* const info = static_cast<CFXMLElementInfo const*>(CFXMLNodeGetInfoPtr(node));
+  if (name == nullptr || info == nullptr) return CUResult_Failed;
+
+  CUSharedPtr<CUXmlDomElementNode> element = m_document.CreateElementNode(NewString(name));
+  if (element == nullptr) return CUResult_Failed;
+  unsigned int status = CUResult_Success;
+  if (info->attributes != nullptr) status = SetAttributes(*element, info->attributes);
+  if (!CUFailed(status)) status = AddContent(tree, *element->GetChildNodes());
+  if (CUFailed(status)) return status;
+  return Append(std::move(element), children);
+}
+
+// The children of an element, with their text merged.
+unsigned int NodeMaker::AddContent(CFTreeRef tree, CUMutableArray& children) {
+  Content const content(tree);
+  if (content.IsText()) {
+    return Append(m_document.CreateTextNode(MergedText(tree, content)), children);
+  }
+  unsigned int const status = AddChildren(tree, children);
+  if (CUFailed(status) || content.IsMerged()) return status;
+  return CombineText(m_document, children);
+}
+
+unsigned int NodeMaker::AddText(CFTreeRef tree, CUMutableArray& children) {
+  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
+  CFStringRef const text = node != nullptr ? CFXMLNodeGetString(node) : nullptr;
+  if (text == nullptr) return CUResult_Failed;
+  return Append(m_document.CreateTextNode(NewString(text)), children);
+}
+
+unsigned int NodeMaker::AddInstruction(CFTreeRef tree, CUMutableArray& children) {
+  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
+  if (node == nullptr) return CUResult_Failed;
+  CFStringRef const target = CFXMLNodeGetString(node);
+  auto const* const info =
+      static_cast<CFXMLProcessingInstructionInfo const*>(CFXMLNodeGetInfoPtr(node));
+  if (target == nullptr || info == nullptr) return CUResult_Failed;
+  return Append(
+      m_document.CreateProcessingInstructionNode(NewString(target), NewString(info->dataString)),
+      children);
+}
+
+unsigned int NodeMaker::AddReference(CFTreeRef tree, CUMutableArray& children) {
+  CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
+  CFStringRef const name = node != nullptr ? CFXMLNodeGetString(node) : nullptr;
+  if (name == nullptr) return CUResult_Failed;
+  return Append(m_document.CreateEntityReferenceNodeNode(NewString(name)), children);
+}
+
+}  // namespace
+
+unsigned int CUXmlDomDocumentNode::LoadXml(CUSharedPtr<CUStream> stream) {
+  return LoadXmlMac(std::move(stream));
+}
+
+unsigned int CUXmlDomDocumentNode::LoadXmlMac(CUSharedPtr<CUStream> stream) {
+  if (stream == nullptr) return CUResult_Failed;
+  CFHolder<CFDataRef> const data(CreateCFDataFromStreamMac(std::move(stream)));
+  if (!data) return CUResult_Failed;
+  constexpr CFIndex kNodeVersion = 1;
+  CFHolder<CFXMLTreeRef> const tree(CFXMLTreeCreateFromData(
+      kCFAllocatorDefault, data.Get(), nullptr, kCFXMLParserSkipWhitespace, kNodeVersion));
+  if (!tree) return CUResult_Failed;
+  return MakeUpChildNodes_OS2CU_Mac(tree.Get(), this);
+}
+
+__CFData const* CUXmlDomDocumentNode::CreateCFDataFromStreamMac(CUSharedPtr<CUStream> stream) {
+  if (stream == nullptr) return nullptr;
+  unsigned long long const length = stream->Length();
+  std::unique_ptr<unsigned char, FreeBlock> const buffer(
+      static_cast<unsigned char*>(std::malloc(length)));
+  if (!buffer) return nullptr;
+  if (stream->Read(buffer.get(), length, 0, CUStream_Seek_Origin_Begin) != length) return nullptr;
+  return CFDataCreate(kCFAllocatorDefault, buffer.get(), static_cast<CFIndex>(length));
+}
+
+unsigned int CUXmlDomDocumentNode::MakeUpChildNodes_OS2CU_Mac(__CFTree* tree,
+                                                              CUXmlDomNode* parent) {
+  if (tree == nullptr || parent == nullptr) return CUResult_Failed;
+  if (CFTreeGetChildCount(tree) < 1) return CUResult_Success;
+  CUSharedPtr<CUMutableArray> const children = parent->GetChildNodes();
+  return children != nullptr ? NodeMaker(*this).AddChildren(tree, *children) : CUResult_Failed;
+}
+
+unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomNodeInstanceMac(
+    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
+  if (tree == nullptr || children == nullptr) return CUResult_Failed;
+  return NodeMaker(*this).Add(tree, *children);
+}
+
+unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomElementNodeInstanceMac(
+    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
+  if (tree == nullptr || children == nullptr) return CUResult_Failed;
+  return NodeMaker(*this).AddElement(tree, *children);
+}
+
+unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomTextNodeInstanceMac(
+    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
+  if (tree == nullptr || children == nullptr) return CUResult_Failed;
+  return NodeMaker(*this).AddText(tree, *children);
+}
+
+unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomProcessingInstructionNodeInstanceMac(
+    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
+  if (tree == nullptr || children == nullptr) return CUResult_Failed;
+  return NodeMaker(*this).AddInstruction(tree, *children);
+}
+
+unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomEntityReferenceNodeInstanceMac(
+    __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
+  if (tree == nullptr || children == nullptr) return CUResult_Failed;
+  return NodeMaker(*this).AddReference(tree, *children);
+}
+
+unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(
+    CUSharedPtr<CUMutableArray> children) {
+  return children != nullptr ? CombineText(*this, *children) : CUResult_Failed;
 }

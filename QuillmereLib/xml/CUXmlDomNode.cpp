@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/xml/NodeText.h"
 
 namespace {
@@ -81,8 +82,8 @@ CUSharedPtr<CUMutableArray> CUXmlDomNode::GetChildNodes() { return childNodes; }
 
 CUXmlDomElementNode::CUXmlDomElementNode() {
   nodeType = Node_Element;
-  childNodes = new CUMutableArray;
-  attributes = new CUMutableDictionary;
+  childNodes = Create<CUMutableArray>();
+  attributes = Create<CUMutableDictionary>();
 }
 
 CUXmlDomElementNode::~CUXmlDomElementNode() = default;

@@ -6,13 +6,13 @@
 
 #include <new>
 
-#include "QuillmereLib/core/CUSharedPtr.h"
+#include "QuillmereLib/core/Create.h"
 #include "QuillmereLib/strings/CUStringMac.h"
 
 // A new string with this text; the null string for null. Throws std::bad_alloc, so that no text is
 // lost where memory runs out.
 inline CUSharedPtr<CUStringMac> NewString(CFStringRef text) {
-  CUSharedPtr<CUStringMac> string = new CUStringMac(text);
+  auto string = Create<CUStringMac>(text);
   if (text != nullptr && static_cast<CFStringRef>(*string) == nullptr) throw std::bad_alloc();
   return string;
 }
