@@ -142,34 +142,39 @@ CFIndex DecodeUtf8(UInt8 const* bytes, CFIndex byteCount, UniChar* units, CFInde
   return unit - units;
 }
 
-CFIndex EncodeUtf8(UniChar const* units, CFIndex length, UInt8* buffer, CFIndex capacity,
-                   CFIndex* used) {
+namespace {
+
+// As EncodeUtf8, which says whether there is room for all units, however many bytes each takes.
+template <bool hasRoom>
+CFIndex Encode(UniChar const* units, CFIndex length, UInt8* buffer, CFIndex capacity,
+               CFIndex* used) {
+  auto const lacks = [&](CFIndex at, CFIndex size) { return !hasRoom && capacity - at < size; };
   CFIndex i = 0;
   CFIndex at = 0;
   while (i < length) {
     unsigned int const unit = units[i];
     if (unit < 0x80) {
-      if (length - i >= kRun && capacity - at >= kRun &&
+      if (length - i >= kRun && !lacks(at, kRun) &&
           ((LoadEight(units + i) | LoadEight(units + i + kRun / 2)) & kUnitsAboveAscii) == 0) {
         Narrow(units + i, buffer + at);
         at += kRun;
         i += kRun;
         continue;
       }
-      if (capacity - at < 1) break;
+      if (lacks(at, 1)) break;
       buffer[at++] = static_cast<UInt8>(unit);
     } else if (unit < 0x800) {
-      if (capacity - at < 2) break;
+      if (lacks(at, 2)) break;
       buffer[at++] = static_cast<UInt8>(0xC0 | unit >> 6);
       buffer[at++] = static_cast<UInt8>(0x80 | (unit & 0x3F));
     } else if (!U16_IS_SURROGATE(unit)) {
-      if (capacity - at < 3) break;
+      if (lacks(at, 3)) break;
       buffer[at++] = static_cast<UInt8>(0xE0 | unit >> 12);
       buffer[at++] = static_cast<UInt8>(0x80 | (unit >> 6 & 0x3F));
       buffer[at++] = static_cast<UInt8>(0x80 | (unit & 0x3F));
     } else {
       bool const pair = U16_IS_SURROGATE_LEAD(unit) && i + 1 < length && U16_IS_TRAIL(units[i + 1]);
-      if (!pair || capacity - at < 4) break;
+      if (!pair || lacks(at, 4)) break;
       int const character = U16_GET_SUPPLEMENTARY(unit, units[i + 1]);
       U8_APPEND_UNSAFE(buffer, at, character);
       ++i;
@@ -178,4 +183,13 @@ CFIndex EncodeUtf8(UniChar const* units, CFIndex length, UInt8* buffer, CFIndex 
   }
   *used = at;
   return i;
+}
+
+}  // namespace
+
+CFIndex EncodeUtf8(UniChar const* units, CFIndex length, UInt8* buffer, CFIndex capacity,
+                   CFIndex* used) {
+  constexpr CFIndex kMostBytes = 3;  // of a unit; the four of a pair are two each
+  return length <= capacity / kMostBytes ? Encode<true>(units, length, buffer, capacity, used)
+                                         : Encode<false>(units, length, buffer, capacity, used);
 }
