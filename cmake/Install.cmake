@@ -99,6 +99,10 @@ if(PROJECT_IS_TOP_LEVEL)
 This package holds the shared library, and its printers for gdb.")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  # Debian renews the cache of libraries once for all packages; CPack's scripts do for each.
+  set(triggers ${PROJECT_BINARY_DIR}/cmake/triggers)
+  file(CONFIGURE OUTPUT ${triggers} CONTENT "activate-noawait ldconfig\n")
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${triggers})
   set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
 
   set(CPACK_DEBIAN_DEV_PACKAGE_NAME libquillmerelib-dev)
@@ -116,7 +120,7 @@ This package holds guides, the API reference and examples.")
   # Where Debian's users look for the licence of a package.
   set(copyright ${PROJECT_BINARY_DIR}/cmake/copyright)
   file(CONFIGURE OUTPUT ${copyright} CONTENT "\
-QuillmereLib\nCopyright the QuillmereLib developers\n
+QuillmereLib\nCopyright 2026 the QuillmereLib developers\n
 Licensed under the Apache License 2.0, whose text is in\n/usr/share/common-licenses/Apache-2.0\n")
   foreach(component IN ITEMS runtime dev doc)
     string(TOUPPER ${component} key)
