@@ -115,6 +115,13 @@ CUResult CUStringMac::PathGetFileName(CUStringMac& result) {
 
 CUResult CUStringMac::PathGetFileNameNoExtension(CUStringMac& result) {
   if (m_string == nullptr) return CUResult_Failed;
+  // A name with an extension, as this class finds it, is not made only to be cut.
+  CFIndex const last = FindLast(m_string, CFSTR("."));
+  CFIndex const slash = FindLast(m_string, CFSTR("/"));
+  if (slash != kCFNotFound && slash < last && typeid(*this) == typeid(CUStringMac)) {
+    AssignPart(m_string, slash + 1, last - slash - 1, result);
+    return CUResult_Success;
+  }
   CUStringMac name;
   CUResult const got = PathGetFileName(name);
   if (CUFailed(got)) return got;
