@@ -52,7 +52,7 @@ TEST(CUDictionary, OrdersKeysByTheCollation) {
   dictionary.RemoveObjectForKey(Make("ab"));
   EXPECT_EQ(Keys(dictionary), "caf\u00E9");
 
-  // The order is that of the virtual operation, also of the string that asks.
+  // The order is that of the virtual operation.
   struct AlwaysFirst : CUStringMac {
     bool operator<(CUStringMac const&) const override { return true; }
   };
@@ -65,15 +65,12 @@ TEST(CUDictionary, CopiesItsKeysAndHoldsNullValues) {
   dictionary.SetObjectForKey(nullptr, key);
   *key = *Make("changed");
   *dynamic_cast<CUStringMac*>(dictionary.AllKeys()->LastObject().Get()) = *Make("changed");
-  EXPECT_EQ(Keys(dictionary), "key") << "keys are copies, on the way in and on the way out";
   dictionary.SetObjectForKey(Make("nothing"), nullptr);
   dictionary.RemoveObjectForKey(nullptr);
   dictionary.RemoveObjectForKey(Make("missing"));
   EXPECT_EQ(dictionary.ObjectForKey(nullptr), nullptr);
-  EXPECT_EQ(Utf8(dictionary.Description()), "{\n\tKey:key,\tVal:<NULL>\n}");
-  dictionary.RemoveObjectForKey(Make("key"));
-  EXPECT_NE(dynamic_cast<CUMutableArray*>(dictionary.AllKeys().Get()), nullptr);
-  EXPECT_EQ(Keys(dictionary), "");
+  EXPECT_EQ(Utf8(dictionary.Description()), "{\n\tKey:key,\tVal:<NULL>\n}")
+      << "keys are copies, on the way in and on the way out";
 }
 
 TEST(CUDictionary, SharesItsValuesAndIsNotCopiedByAssignment) {
@@ -82,38 +79,31 @@ TEST(CUDictionary, SharesItsValuesAndIsNotCopiedByAssignment) {
   source->SetObjectForKey(value, Make("a"));
   source->SetObjectForKey(nullptr, Make("b"));
   CUDictionary shallow((CUSharedPtr<CUDictionary>(source)));
-  CUMutableDictionary copy(*source), other((CUSharedPtr<CUDictionary>(source)));
-  EXPECT_EQ(CountOf(*value), 5);
+  CUMutableDictionary copy(*source);
+  EXPECT_EQ(CountOf(*value), 4);
   source->RemoveAllObjects();
   copy = *source;
   static_cast<CUDictionary&>(copy) = *source;
   static_cast<CUObject&>(copy) = *source;
-  EXPECT_EQ(Keys(copy), "a b");
-  EXPECT_EQ(Keys(shallow) + Keys(other), "a ba b");
+  EXPECT_EQ(Keys(copy) + " " + Keys(shallow), "a b a b");
   EXPECT_EQ(shallow.ObjectForKey(Make("a")), value);
-  EXPECT_EQ(CountOf(*value), 4);
 }
 
 TEST(CUDictionary, DescribesItsEntriesLineByLine) {
   Dictionary const dictionary = new CUMutableDictionary;
-  EXPECT_EQ(Utf8(dictionary->Description()), "{\n}");
   dictionary->SetObjectForKey(Make("B\u00E4\nb"), Make("\u00E1"));
   dictionary->SetObjectForKey(new CUDictionary(dictionary), Make("b"));
-  dictionary->SetObjectForKey(new Scripted([] { return nullptr; }), Make("c"));
-  EXPECT_EQ(Utf8(dictionary->Description()),
-            "{\n\tKey:\u00E1,\tVal:B\u00E4\nb\n"
-            "\tKey:b,\tVal:{\n\tKey:\u00E1,\tVal:B\u00E4\nb\n}\n"
-            "\tKey:c,\tVal:<NULL>\n}");
-
   // Values may change the dictionary meanwhile: shown is what it held at the call.
-  dictionary->RemoveAllObjects();
   auto const emptying = [&dictionary] {
     dictionary->RemoveAllObjects();
     return Make("gone");
   };
-  dictionary->SetObjectForKey(new Scripted(emptying), Make("a"));
-  dictionary->SetObjectForKey(Make("late"), Make("b"));
-  EXPECT_EQ(Utf8(dictionary->Description()), "{\n\tKey:a,\tVal:gone\n\tKey:b,\tVal:late\n}");
+  dictionary->SetObjectForKey(new Scripted(emptying), Make("c"));
+  dictionary->SetObjectForKey(new Scripted([] { return nullptr; }), Make("d"));
+  EXPECT_EQ(Utf8(dictionary->Description()),
+            "{\n\tKey:\u00E1,\tVal:B\u00E4\nb\n"
+            "\tKey:b,\tVal:{\n\tKey:\u00E1,\tVal:B\u00E4\nb\n}\n"
+            "\tKey:c,\tVal:gone\n\tKey:d,\tVal:<NULL>\n}");
   EXPECT_EQ(dictionary->Count(), 0u);
 }
 

@@ -74,7 +74,6 @@ int main() {
   unsigned short units[] = {'a', 0xD800, 0, 'b'};
   CUStringMac unpaired(units, sizeof units);
   CUStringMac& reference = ascii;
-  CUStringMac const constant(ascii);
   CUStringMac longText = Text(std::string(250, 'x').c_str());
 
   CUSharedPtr<CUStringMac> text = Shared("scene");
@@ -86,7 +85,6 @@ int main() {
   list->AddObject(text);
   list->AddObject(nullptr);
   list->AddObject(unknown);
-  CUArray none;
 
   CUMutableDictionary dictionary;
   dictionary.SetObjectForKey(text, Shared("c"));
@@ -99,8 +97,6 @@ int main() {
   for (int index : {8, 1, 5, 3, 7, 2}) indexes.AddIndex(index);
   CUVector<signed char> narrow;
   narrow.assign({-1, 65});
-  CUVector<unsigned long long> broad;
-  broad.push_back(~0ULL);
 
   CUDateTime noMoment(moment);
   CUDateTime const& itself = noMoment;
@@ -123,7 +119,6 @@ int main() {
   entries.AddObject(new CUFileInfo(Shared("/films/reel.mov")));
   entries.AddObject(new CUDirectoryInfo(Shared("/films")));
   CFStringRef wild = reinterpret_cast<CFStringRef>(0x10);
-  CFStringRef stack = reinterpret_cast<CFStringRef>(units);
 
   // Of another class, damaged by what was written over them, and gone.
   CFStringRef notAString = reinterpret_cast<CFStringRef>(cfDate);
@@ -133,16 +128,12 @@ int main() {
   Overwrite(&torn, 2, 0x5A);
   CUMutableIndexSet cyclic(indexes);
   TieRoot(&cyclic);
-  CUMutableDictionary cyclicEntries(dictionary);
-  TieRoot(&cyclicEntries);
   CUStringMac* const gone = Gone();
   CFStringRef const goneText = CFStringCreateWithBytes(kCFAllocatorDefault, bytes, sizeof bytes,
                                                        kCFStringEncodingASCII, false);
   CFRelease(goneText);
-  CUStringMac goneHolder = Text("text");
-  CFRelease(goneHolder.operator CFStringRef());
 
-  void const* all[] = {cfString, &reference, &constant,  cfNothing, cfData,  cfUuid,
-                       wild,     stack,      notAString, gone,      goneText};
+  void const* all[] = {cfString, &reference, cfNothing, cfData,  cfUuid,
+                       wild,     notAString, gone,      goneText};
   Stop(all);
 }

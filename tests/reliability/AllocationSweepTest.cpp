@@ -18,11 +18,13 @@ namespace {
 namespace fs = std::filesystem;
 using String = CUSharedPtr<CUStringMac>;
 
+using Step = std::function<void()>;
+
 struct Operation {
   char const* name;
+  Step prepare;
   // What came out, as text. Null strings, "failed" and error codes are defined failures.
   std::function<std::string()> work;
-  std::function<void()> prepare = [] {};
 };
 
 // An empty text stands for one that could not be made.
@@ -54,49 +56,51 @@ int SweepOnce(Operation const& operation, std::string const& expected) {
   std::string outcome;
   std::string wrong;
   int nth = 0;
-  int const failures = FailEachAllocation(
-      [&] {
-        ++nth;
-        outcome = "code of bad_alloc";
-        outcome = Try(operation);
-      },
-      [&] {
-        std::string fault;
-        if (outcome != expected && !IsFailure(outcome)) fault = outcome;
-        if (OpenDescriptors() != descriptors) fault += " a descriptor is left open";
-        operation.prepare();
-        std::string const afterwards = Try(operation);
-        if (afterwards != expected) fault += " and then " + afterwards;
-        operation.prepare();
-        if (!fault.empty()) wrong += "\n  allocation " + std::to_string(nth) + ": " + fault;
-      });
+  auto const work = [&] {
+    ++nth;
+    outcome = "code of bad_alloc";
+    outcome = Try(operation);
+  };
+  int const failures = FailEachAllocation(work, [&] {
+    std::string fault;
+    if (outcome != expected && !IsFailure(outcome)) fault = outcome;
+    if (OpenDescriptors() != descriptors) fault += " a descriptor is left open";
+    operation.prepare();
+    std::string const afterwards = Try(operation);
+    if (afterwards != expected) fault += " and then " + afterwards;
+    operation.prepare();
+    if (!fault.empty()) wrong += "\n  allocation " + std::to_string(nth) + ": " + fault;
+  });
   EXPECT_EQ(wrong, "") << operation.name;
   return wrong.empty() ? failures : -1;
 }
 
-void Sweep(std::initializer_list<Operation> operations) {
-  PrintFigures("operation | allocations, each failed once | harm");
-  for (Operation const& operation : operations) {
-    operation.prepare();
-    // Twice, as some things are made once a process, and others once a thread.
-    for (int i = 0; i < 2; ++i) Try(operation);
-    operation.prepare();
-    std::string const expected = Try(operation);
-    EXPECT_FALSE(IsFailure(expected)) << operation.name << ": " << expected;
-    // What a failure leaves behind makes each sweep leave as much.
-    int const failures = SweepOnce(operation, expected);
-    std::set<long> growths;
-    for (int i = 0; i < 3 && failures > 0; ++i) {
-      auto const before = static_cast<long>(mallinfo2().uordblks);
-      SweepOnce(operation, expected);
-      growths.insert(static_cast<long>(mallinfo2().uordblks) - before);
-    }
-    bool const leaks = growths.size() == 1 && *growths.begin() > 0;
-    EXPECT_FALSE(leaks) << operation.name << " leaves memory behind";
-    EXPECT_GT(failures, 0) << operation.name;
-    char const* const harm = failures < 0 ? "harmed" : leaks ? "leak" : "0";
-    PrintFigures("%s | %d | %s", operation.name, failures, harm);
+void Sweep(char const* name, Step prepare, std::function<std::string()> work) {
+  Operation const operation = {name, std::move(prepare), std::move(work)};
+  operation.prepare();
+  // Twice, as some things are made once a process, and others once a thread.
+  for (int i = 0; i < 2; ++i) Try(operation);
+  operation.prepare();
+  std::string const expected = Try(operation);
+  EXPECT_FALSE(IsFailure(expected)) << operation.name << ": " << expected;
+  // What a failure leaves behind makes each sweep leave as much.
+  int const failures = SweepOnce(operation, expected);
+  std::set<long> growths;
+  for (int i = 0; i < 3 && failures > 0; ++i) {
+    auto const before = static_cast<long>(mallinfo2().uordblks);
+    SweepOnce(operation, expected);
+    growths.insert(static_cast<long>(mallinfo2().uordblks) - before);
   }
+  bool const leaks = growths.size() == 1 && *growths.begin() > 0;
+  EXPECT_FALSE(leaks) << operation.name << " leaves memory behind";
+  EXPECT_GT(failures, 0) << operation.name;
+  char const* const harm = failures < 0 ? "harmed" : leaks ? "leak" : "0";
+  PrintFigures("%s | %d | %s", operation.name, failures, harm);
+}
+
+void Sweep(char const* name, std::function<std::string()> work) {
+  Sweep(
+      name, [] {}, std::move(work));
 }
 
 class EndsAtOnce : public CUThread {
@@ -110,9 +114,7 @@ class AllocationSweep : public testing::Test {
     fs::remove_all(UserData() + "/Trash");
     m_array->AddObject(Make("b"));
     m_array->AddObject(Make("a"));
-    WriteFile(At("source"), std::string(5000, 's'));
-    fs::create_directories(At("list/of"));
-    WriteFile(At("list/file"), "");
+    PrintFigures("operation | allocations, each failed once | harm");
   }
 
   std::string At(std::string const& name) const { return m_folder.Path() + "/" + name; }
@@ -133,213 +135,179 @@ class AllocationSweep : public testing::Test {
 }  // namespace
 
 TEST_F(AllocationSweep, OfStringsAndCollections) {
+  Sweep("string, of bytes", [] { return Utf8(Make("caf\u00e9")); });
+  Sweep("string, copy and assignment", [&] {
+    CUStringMac copy(*m_text);
+    CUStringMac other;
+    other = copy;
+    return Utf8(other);
+  });
+  Sweep("string, sum and part", [&] {
+    CUStringMac sum = *m_text + *m_key;
+    return Outcome(CUResult_Success, sum) + Utf8(m_text->SubString(1, 3));
+  });
+  Sweep("string, format", [&] { return Utf8(CUStringMac::CreateWithFormat(m_key, "\u00e9", 1)); });
+  Sweep("string, search and comparison", [&] {
+    _CURange const found = m_text->Find(m_key, CUStringComparison_IgnoreCase);
+    return std::to_string(found.location) + std::to_string(*m_text < *m_key);
+  });
+  Sweep("path, its parts", [&] {
+    CUStringMac parts[6];
+    std::string text = Outcome(m_text->PathAppend(*m_key, parts[0]), parts[0]);
+    text += Outcome(m_text->PathRemoveLastComponent(parts[1]), parts[1]);
+    text += Outcome(m_text->PathGetFileName(parts[2]), parts[2]);
+    text += Outcome(m_text->PathGetFileNameNoExtension(parts[3]), parts[3]);
+    text += Outcome(m_text->PathGetExtension(parts[4]), parts[4]);
+    return text + Outcome(m_text->PathGetLastComponent(parts[5]), parts[5]);
+  });
+  Sweep("path, components", [&] {
+    CUSharedPtr<CUArray> parts = new CUArray;
+    return CUFailed(m_text->PathComponents(&parts)) ? "failed" : Utf8(parts->Description());
+  });
+  Sweep("array, growing and sorting", [&] {
+    CUSharedPtr<CUMutableArray> const array = new CUMutableArray(m_array);
+    array->AddObject(m_key);
+    array->InsertObjectAtIndex(m_text, 1);
+    array->AddObjectsFromArray(m_array);
+    auto const sorted = array->SortedArrayUsingDescriptor(new CUSortDescriptor);
+    return std::to_string(array->Count()) + std::to_string(sorted->Count());
+  });
+  Sweep("array, description", [&] { return Utf8(m_array->Description()); });
   CUSharedPtr<CUMutableDictionary> const dictionary = new CUMutableDictionary;
   dictionary->SetObjectForKey(Make("value"), m_key);
-  Sweep({
-      {"string, of bytes", [] { return Utf8(Make("caf\u00e9")); }},
-      {"string, copy and assignment",
-       [&] {
-         CUStringMac copy(*m_text);
-         CUStringMac other;
-         other = copy;
-         return Utf8(other);
-       }},
-      {"string, sum and part",
-       [&] {
-         CUStringMac sum = *m_text + *m_key;
-         return Outcome(CUResult_Success, sum) + Utf8(m_text->SubString(1, 3));
-       }},
-      {"string, format", [&] { return Utf8(CUStringMac::CreateWithFormat(m_key, "\u00e9", 1)); }},
-      {"string, search and comparison",
-       [&] {
-         _CURange const found = m_text->Find(m_key, CUStringComparison_IgnoreCase);
-         return std::to_string(found.location) + std::to_string(*m_text < *m_key);
-       }},
-      {"path, its parts",
-       [&] {
-         CUStringMac parts[6];
-         std::string text = Outcome(m_text->PathAppend(*m_key, parts[0]), parts[0]);
-         text += Outcome(m_text->PathRemoveLastComponent(parts[1]), parts[1]);
-         text += Outcome(m_text->PathGetFileName(parts[2]), parts[2]);
-         text += Outcome(m_text->PathGetFileNameNoExtension(parts[3]), parts[3]);
-         text += Outcome(m_text->PathGetExtension(parts[4]), parts[4]);
-         return text + Outcome(m_text->PathGetLastComponent(parts[5]), parts[5]);
-       }},
-      {"path, components",
-       [&] {
-         CUSharedPtr<CUArray> parts = new CUArray;
-         return CUFailed(m_text->PathComponents(&parts)) ? "failed" : Utf8(parts->Description());
-       }},
-      {"array, growing and sorting",
-       [&] {
-         CUSharedPtr<CUMutableArray> const array = new CUMutableArray(m_array);
-         array->AddObject(m_key);
-         array->InsertObjectAtIndex(m_text, 1);
-         array->AddObjectsFromArray(m_array);
-         auto const sorted = array->SortedArrayUsingDescriptor(new CUSortDescriptor);
-         return std::to_string(array->Count()) + std::to_string(sorted->Count());
-       }},
-      {"array, description", [&] { return Utf8(m_array->Description()); }},
-      {"dictionary",
-       [&] {
-         CUSharedPtr<CUMutableDictionary> const copy = new CUMutableDictionary(dictionary);
-         copy->SetObjectForKey(m_array, m_text);
-         return Utf8(copy->AllKeys()->Description()) + Utf8(copy->Description());
-       }},
+  Sweep("dictionary", [&] {
+    CUSharedPtr<CUMutableDictionary> const copy = new CUMutableDictionary(dictionary);
+    copy->SetObjectForKey(m_array, m_text);
+    return Utf8(copy->AllKeys()->Description()) + Utf8(copy->Description());
   });
 }
 
 TEST_F(AllocationSweep, OfValues) {
+  Sweep("vector", [] {
+    auto const numbers = CreateCUVectorSInt32();
+    for (int i = 0; i < 9; ++i) numbers->push_back(i);
+    return Utf8(numbers->Description());
+  });
+  Sweep("index set", [] {
+    auto const indexes = CUMutableIndexSet::Create();
+    for (int i = 0; i < 9; ++i) indexes->AddIndex(i);
+    return std::to_string(indexes->LastIndex());
+  });
+  Sweep("queue", [&] {
+    CUSynchronizedQueue queue;
+    queue.Enqueue(m_key);
+    return Utf8(queue.Dequeue());
+  });
+  Sweep("event and thread", [] {
+    CUAutoResetEvent event(true);
+    EndsAtOnce thread;
+    if (!event.WaitOne() || thread.Start(nullptr) != 0) return "failed";
+    thread.Join();
+    return "joined";
+  });
+  Sweep("date", [] {
+    auto const start = CUDateTime::Create(2026, 11, 25, 12, 0, 0);
+    auto const date = start == nullptr ? start : start->AddDays(1);
+    if (date == nullptr) return std::string("failed");
+    return Utf8(date->GetString(true)) + Utf8(date->Description());
+  });
+  Sweep("UUID and identifier", [] {
+    CUUUID const random;
+    CUSharedPtr<CUUUID> const uuid = CUUUID::Create(random);
+    if (uuid == nullptr) return "failed";
+    std::string const text = Utf8(uuid->Description());
+    auto const generator = CUIdentifierGenerator::SharedInstance();
+    return text.size() > 36 && generator != nullptr ? "made" : "failed";
+  });
   CUXmlDomDocumentNode document;
   document.LoadXml(StreamOf("<a b='1'>x<c/>&amp;<?p d?></a>"));
-  Sweep({
-      {"vector",
-       [] {
-         auto const numbers = CreateCUVectorSInt32();
-         for (int i = 0; i < 9; ++i) numbers->push_back(i);
-         return Utf8(numbers->Description());
-       }},
-      {"index set",
-       [] {
-         auto const indexes = CUMutableIndexSet::Create();
-         for (int i = 0; i < 9; ++i) indexes->AddIndex(i);
-         return std::to_string(indexes->LastIndex());
-       }},
-      {"queue",
-       [&] {
-         CUSynchronizedQueue queue;
-         queue.Enqueue(m_key);
-         return Utf8(queue.Dequeue());
-       }},
-      {"event and thread",
-       [] {
-         CUAutoResetEvent event(true);
-         EndsAtOnce thread;
-         if (!event.WaitOne() || thread.Start(nullptr) != 0) return "failed";
-         thread.Join();
-         return "joined";
-       }},
-      {"date",
-       [] {
-         auto const start = CUDateTime::Create(2026, 11, 25, 12, 0, 0);
-         auto const date = start == nullptr ? start : start->AddDays(1);
-         if (date == nullptr) return std::string("failed");
-         return Utf8(date->GetString(true)) + Utf8(date->Description());
-       }},
-      {"UUID and identifier",
-       [] {
-         CUUUID const random;
-         CUSharedPtr<CUUUID> const uuid = CUUUID::Create(random);
-         if (uuid == nullptr) return "failed";
-         std::string const text = Utf8(uuid->Description());
-         auto const generator = CUIdentifierGenerator::SharedInstance();
-         return text.size() > 36 && generator != nullptr ? "made" : "failed";
-       }},
-      {"XML, loading", [] { return Loaded("<?p x?><a b='1' c='2'>t<d/>&amp;<?q?></a>"); }},
-      {"XML, description", [&] { return Utf8(document.Description()); }},
-      {"XML, writing", [&] { return Written(document); }},
-  });
+  Sweep("XML, loading", [] { return Loaded("<?p x?><a b='1' c='2'>t<d/>&amp;<?q?></a>"); });
+  Sweep("XML, description", [&] { return Utf8(document.Description()); });
+  Sweep("XML, writing", [&] { return Written(document); });
 }
 
 TEST_F(AllocationSweep, OfFiles) {
+  WriteFile(At("source"), std::string(5000, 's'));
   auto const addTarget = [this] { WriteFile(At("target"), "old"); };
   auto const addTargetAlone = [=] {
     fs::remove(At("renamed"));
     addTarget();
   };
-  CopyMeans const means = {false, false, false, false, true};
-  Sweep({
-      {"stream, writing and reading",
-       [&] {
-         CUFileStream stream(PathOf("target").Get(), CUStream_FileMode_Create,
-                             CUStream_FileAccess_ReadWrite, false);
-         return WriteText(stream, "abc", 0) == 3 ? ReadText(stream, 3, 0) : "failed";
-       }},
-      {"stream in memory",
-       [] {
-         auto const bytes = StreamOf("abc");
-         _CURange range = {0, 3};
-         auto const made = CUMemoryStream::CreateMemoryStreamPtr(bytes, range);
-         return made == nullptr ? "failed" : ReadText(*made, 3, 0);
-       }},
-      {"file, facts and renaming",
-       [&] {
-         CUFileInfo file(PathOf("target"));
-         if (file.Length() != 3) return std::string("failed");
-         file.Rename(Make("renamed"));
-         return fs::exists(At("renamed")) ? Utf8(file.GetFullName()) : "failed";
-       },
-       addTargetAlone},
-      {"file, deletion",
-       [&] {
-         CUFile::Delete(PathOf("target"));
-         return GoneAt("target");
-       },
-       addTarget},
-      {"file, copy by the public operation",
-       [&] { return Transfer(At("source"), At("target"), false, true) ? Target() : "failed"; },
-       addTarget},
-      {"file, the copying itself",
-       [&] {
-         FileTask const task = {At("source"), m_folder.Path(), "target", true, false, means};
-         return Transfer(task) ? Target() : "failed";
-       },
-       addTarget},
-      {"directory, making and deleting",
-       [&] {
-         CUDirectory::CreateDirectory(PathOf("tree/a/b"));
-         if (!fs::exists(At("tree/a/b"))) return std::string("failed");
-         CUDirectory::Delete(PathOf("tree"), true);
-         return GoneAt("tree");
-       },
-       [&] { fs::remove_all(At("tree")); }},
-      {"directory, listing",
-       [&] {
-         CUDirectoryInfo directory(PathOf("list"));
-         auto const files = directory.GetFiles();
-         auto const folders = directory.GetDirectories();
-         // An entry for which there is no memory is passed over.
-         return files->Count() + folders->Count() < 2 ? "failed" : "listed";
-       }},
-      {"directory, trash",
-       [&] {
-         CUDirectory::Recycle(PathOf("old"));
-         return GoneAt("old");
-       },
-       [&] { fs::create_directory(At("old")); }},
+  Sweep("stream, writing and reading", [&] {
+    CUFileStream stream(PathOf("target").Get(), CUStream_FileMode_Create,
+                        CUStream_FileAccess_ReadWrite, false);
+    return WriteText(stream, "abc", 0) == 3 ? ReadText(stream, 3, 0) : "failed";
+  });
+  Sweep("stream in memory", [] {
+    auto const bytes = StreamOf("abc");
+    _CURange range = {0, 3};
+    auto const made = CUMemoryStream::CreateMemoryStreamPtr(bytes, range);
+    return made == nullptr ? "failed" : ReadText(*made, 3, 0);
+  });
+  Sweep("file, facts and renaming", addTargetAlone, [&] {
+    CUFileInfo file(PathOf("target"));
+    if (file.Length() != 3) return std::string("failed");
+    file.Rename(Make("renamed"));
+    return fs::exists(At("renamed")) ? Utf8(file.GetFullName()) : "failed";
+  });
+  Sweep("file, deletion", addTarget, [&] {
+    CUFile::Delete(PathOf("target"));
+    return GoneAt("target");
+  });
+  Sweep("file, copy by the public operation", addTarget,
+        [&] { return Transfer(At("source"), At("target"), false, true) ? Target() : "failed"; });
+  Sweep("file, the copying itself", addTarget, [&] {
+    CopyMeans const means = {false, false, false, false, true};
+    FileTask const task = {At("source"), m_folder.Path(), "target", true, false, means};
+    return Transfer(task) ? Target() : "failed";
+  });
+  auto const removeTree = [&] { fs::remove_all(At("tree")); };
+  Sweep("directory, making and deleting", removeTree, [&] {
+    CUDirectory::CreateDirectory(PathOf("tree/a/b"));
+    if (!fs::exists(At("tree/a/b"))) return std::string("failed");
+    CUDirectory::Delete(PathOf("tree"), true);
+    return GoneAt("tree");
+  });
+  fs::create_directories(At("list/of"));
+  WriteFile(At("list/file"), "");
+  Sweep("directory, listing", [&] {
+    CUDirectoryInfo directory(PathOf("list"));
+    auto const files = directory.GetFiles();
+    auto const folders = directory.GetDirectories();
+    // An entry for which there is no memory is passed over.
+    return files->Count() + folders->Count() < 2 ? "failed" : "listed";
+  });
+  auto const addOld = [&] { fs::create_directory(At("old")); };
+  Sweep("directory, trash", addOld, [&] {
+    CUDirectory::Recycle(PathOf("old"));
+    return GoneAt("old");
   });
 }
 
 TEST_F(AllocationSweep, OfDrivesAndLogs) {
-  auto const isThere = [](std::string const& file, bool (*isRight)(std::uintmax_t)) {
-    return fs::exists(file) && isRight(fs::file_size(file)) ? "written" : "failed";
+  fs::create_directories(At("list/of"));
+  Sweep("drive", [&] {
+    CUDriveInfo drive(PathOf("list"));
+    return Utf8(drive.GetName()) + Utf8(drive.GetDisplayString());
+  });
+  auto const endLog = [&] {
+    CULog::Terminate();
+    fs::remove(At("target0.log"));
   };
-  Sweep({
-      {"drive",
-       [&] {
-         CUDriveInfo drive(PathOf("list"));
-         return Utf8(drive.GetName()) + Utf8(drive.GetDisplayString());
-       }},
-      {"log, start and line",
-       [&] {
-         CULog::InitializeWithName(Make(m_folder.Path()), Make("target"), 3);
-         CULog::Write(1, "%s", "text");
-         CULog::Terminate();
-         return isThere(At("target0.log"), [](auto size) { return size == 36; });
-       },
-       [&] {
-         CULog::Terminate();
-         fs::remove(At("target0.log"));
-       }},
-      {"rows, a flush",
-       [&] {
-         CUPerformanceLogger logger("1", true);
-         logger.StartLog(LoggerType_Export, "/a", ExportLogData());
-         logger.EndLog(LoggerType_Export, "/a");
-         logger.Flush(LoggerType_Export);
-         return isThere(UserData() + "/Tavik_Inc_IC/Quillmere/QMR_Export.csv",
-                        [](auto size) { return size > 200; });
-       },
-       [] { fs::remove_all(UserData() + "/Tavik_Inc_IC"); }},
+  Sweep("log, start and line", endLog, [&] {
+    CULog::InitializeWithName(Make(m_folder.Path()), Make("target"), 3);
+    CULog::Write(1, "%s", "text");
+    CULog::Terminate();
+    std::string const lines = At("target0.log");
+    return fs::exists(lines) && fs::file_size(lines) == 36 ? "written" : "failed";
+  });
+  auto const removeRows = [] { fs::remove_all(UserData() + "/Tavik_Inc_IC"); };
+  Sweep("rows, a flush", removeRows, [&] {
+    CUPerformanceLogger logger("1", true);
+    logger.StartLog(LoggerType_Export, "/a", ExportLogData());
+    logger.EndLog(LoggerType_Export, "/a");
+    logger.Flush(LoggerType_Export);
+    std::string const rows = UserData() + "/Tavik_Inc_IC/Quillmere/QMR_Export.csv";
+    return fs::exists(rows) && fs::file_size(rows) > 200 ? "written" : "failed";
   });
 }

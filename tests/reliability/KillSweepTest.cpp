@@ -21,8 +21,6 @@
 
 namespace {
 
-int Kills() { return IsFull() ? 1000 : 50; }
-
 // What the child tells of itself, in memory that both processes share.
 struct Progress {
   std::atomic<bool> isReady{false};
@@ -32,8 +30,8 @@ struct Progress {
 
 // Lets a child do `work`, which never ends, and kills it up to `longest` after it was ready.
 template <class Work>
-Progress const& KillAtWork(std::mt19937& random, std::chrono::microseconds longest,
-                           Work const& work) {
+Progress const& KillAtWork(std::chrono::microseconds longest, Work const& work) {
+  static std::mt19937 random(20261125);
   static void* const memory =
       mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   auto* const progress = new (memory) Progress;
@@ -55,6 +53,27 @@ Progress const& KillAtWork(std::mt19937& random, std::chrono::microseconds longe
   return *progress;
 }
 
+// What was done before the kills, and what they left of what was not.
+struct Figures {
+  int done = 0;
+  long left = 0;
+};
+
+// Each attempt adds to the figures and tells what the kill has harmed, if anything.
+template <class Attempt>
+void Sweep(char const* name, Attempt const& attempt) {
+  int const kills = IsFull() ? 1000 : 50;
+  Figures figures;
+  int damaged = 0;
+  for (int kill = 0; kill < kills; ++kill) {
+    std::string const harm = attempt(&figures);
+    if (harm.empty()) continue;
+    ++damaged;
+    ADD_FAILURE() << name << ", kill " << kill << ": " << harm;
+  }
+  PrintFigures("%s | %d | %d | %d | %ld", name, kills, figures.done, damaged, figures.left);
+}
+
 // Each source is of one letter throughout, and of a length of its own.
 std::string Source(int number) {
   return std::string(700000 + static_cast<std::size_t>(number % 7) * 50001,
@@ -62,7 +81,7 @@ std::string Source(int number) {
 }
 
 // The whole lines of a file, each with its return. Counts one whose end is missing.
-std::vector<std::string> LinesOf(std::string const& path, int* torn) {
+std::vector<std::string> LinesOf(std::string const& path, long* torn) {
   std::istringstream file(ReadFile(path));
   std::vector<std::string> lines;
   for (std::string line; std::getline(file, line);) {
@@ -90,7 +109,6 @@ std::string Message(int thread, int number) {
 // Kills while sources, one after the other, go over the target that the one before has left.
 TEST(KillSweep, TransfersAreWholeOrNotAtAll) {
   PrintFigures("operation | kills | done before them | harm | hidden files left");
-  std::mt19937 random(20261125);
   struct {
     char const* name;
     bool isMove, isFar;
@@ -101,18 +119,15 @@ TEST(KillSweep, TransfersAreWholeOrNotAtAll) {
       {"copy, with nothing to help", false, false, {false, false, false, false, false}},
       {"move over an old file", true, false},
       {"move to another volume", true, true}};
-  for (auto const& [name, isMove, isFar, means] : cases) {
-    int transferred = 0;
-    int damaged = 0;
-    long hidden = 0;
-    for (int kill = 0; kill < Kills(); ++kill) {
+  for (auto const& each : cases) {
+    Sweep(each.name, [&each](Figures* figures) -> std::string {
       TemporaryFolder const here, far("/dev/shm");
-      std::string const folder = (isFar ? far : here).Path(), path = folder + "/target";
+      std::string const folder = (each.isFar ? far : here).Path(), path = folder + "/target";
       auto const source = [&](int number) { return here.Path() + "/" + std::to_string(number); };
-      FileTask task = {"", folder, "target", true, isMove, means};
+      FileTask task = {"", folder, "target", true, each.isMove, each.means};
       WriteFile(path, Source(0));
       auto const& [isReady, last, done] =
-          KillAtWork(random, std::chrono::milliseconds(6), [&](Progress& progress) {
+          KillAtWork(std::chrono::milliseconds(6), [&](Progress& progress) {
             for (int number = 1;; ++number) {
               task.source = source(number);
               WriteFile(task.source, Source(number));
@@ -126,46 +141,42 @@ TEST(KillSweep, TransfersAreWholeOrNotAtAll) {
               progress.done[0] = number;
             }
           });
+      figures->done += done[0];
+      figures->left += CountHidden(folder);
       std::string const target = ReadFile(path);
       bool const isNew = target == Source(last);
       bool const isWhole = isNew || (done[0] < last && target == Source(last - 1));
       bool const hasSource = ReadFile(source(last)) == Source(last);
-      if (!isWhole || (!hasSource && !(isMove && isNew))) {
-        ++damaged;
-        ADD_FAILURE() << name << ", kill " << kill << ": target of " << target.size()
-                      << " bytes, source " << (hasSource ? "whole" : "not whole");
-      }
-      transferred += done[0];
-      hidden += CountHidden(folder);
-    }
-    PrintFigures("%s | %d | %d | %d | %ld", name, Kills(), transferred, damaged, hidden);
+      if (isWhole && (hasSource || (each.isMove && isNew))) return "";
+      return "target of " + std::to_string(target.size()) + " bytes, source " +
+             (hasSource ? "whole" : "not whole");
+    });
   }
 }
 
 TEST(KillSweep, LinesAreThereOnceWriteReturned) {
   PrintFigures("operation | kills | done before them | harm | unfinished at the end");
-  std::mt19937 random(20261126);
-  int written = 0;
-  int torn = 0;
-  int damaged = 0;
-  for (int kill = 0; kill < Kills(); ++kill) {
+  Sweep("log lines, two threads", [](Figures* figures) -> std::string {
     TemporaryFolder const folder;
     // Not far from its end, so that the log turns to the next file under way.
     WriteFile(folder.Path() + "/l0.log", std::string(900000, '.') + "\r\n");
     auto const start = [&] { CULog::InitializeWithName(Make(folder.Path()), Make("l"), 3); };
     auto const& [isReady, begun, done] =
-        KillAtWork(random, std::chrono::milliseconds(8), [&](Progress& progress) {
+        KillAtWork(std::chrono::milliseconds(8), [&](Progress& progress) {
           start();
           auto const write = [&progress](int thread) {
-            for (int number = 0;; ++number) {
+            // No more than the ring of files holds.
+            for (int number = 0; number < 1500; ++number) {
               CULog::Write(1, "%s", Message(thread, number).c_str());
               progress.done[thread] = number + 1;
             }
+            pause();
           };
           progress.isReady = true;
           std::thread const second(write, 1);
           write(0);
         });
+    figures->done += done[0] + done[1];
     // Another process goes on with the log.
     start();
     CULog::Write(1, "next");
@@ -173,36 +184,29 @@ TEST(KillSweep, LinesAreThereOnceWriteReturned) {
     int next[2] = {0, 0};
     bool isNextThere = false;
     for (int file = 0; file < kLogFileCount; ++file) {
-      for (std::string const& line :
-           LinesOf(folder.Path() + "/l" + std::to_string(file) + ".log", &torn)) {
+      std::string const path = folder.Path() + "/l" + std::to_string(file) + ".log";
+      for (std::string const& line : LinesOf(path, &figures->left)) {
         std::string const text = line.substr(std::min<std::size_t>(30, line.size()));
         // A line of which the kill left a part has the next one right behind it.
         bool const isNext = EndsWith(text, "next\r");
         isNextThere = isNextThere || isNext;
-        torn += isNext && text != "next\r";
+        figures->left += isNext && text != "next\r";
         for (int thread : {0, 1}) next[thread] += text == Message(thread, next[thread]) + "\r";
       }
     }
-    if (!isNextThere || next[0] < done[0] || next[1] < done[1]) {
-      ++damaged;
-      ADD_FAILURE() << "kill " << kill << ": " << next[0] << " and " << next[1] << " lines of "
-                    << done[0] << " and " << done[1] << (isNextThere ? "" : ", and no next line");
-    }
-    written += done[0] + done[1];
-  }
-  PrintFigures("log lines, two threads | %d | %d | %d | %d", Kills(), written, damaged, torn);
+    if (isNextThere && next[0] >= done[0] && next[1] >= done[1]) return "";
+    return std::to_string(next[0]) + " and " + std::to_string(next[1]) + " lines of " +
+           std::to_string(done[0]) + " and " + std::to_string(done[1]) +
+           (isNextThere ? "" : ", and no next line");
+  });
 }
 
 TEST(KillSweep, RowsAreThereOnceFlushReturned) {
-  std::mt19937 random(20261127);
-  int flushed = 0;
-  int torn = 0;
-  int damaged = 0;
-  for (int kill = 0; kill < Kills(); ++kill) {
+  Sweep("flushed rows", [](Figures* figures) -> std::string {
     TemporaryFolder const folder;
     setenv("XDG_DATA_HOME", folder.Path().c_str(), 1);
     auto const& [isReady, begun, done] =
-        KillAtWork(random, std::chrono::milliseconds(8), [&](Progress& progress) {
+        KillAtWork(std::chrono::milliseconds(8), [&](Progress& progress) {
           CUPerformanceLogger logger("1", true);
           progress.isReady = true;
           for (int number = 0, portion = 1;; portion = portion * 5 % 1009) {
@@ -215,18 +219,15 @@ TEST(KillSweep, RowsAreThereOnceFlushReturned) {
             progress.done[0] = number;
           }
         });
+    figures->done += done[0];
+    std::string const file = folder.Path() + "/Tavik_Inc_IC/Quillmere/QMR_Export.csv";
     int rows = 0;
-    for (std::string const& line :
-         LinesOf(folder.Path() + "/Tavik_Inc_IC/Quillmere/QMR_Export.csv", &torn)) {
+    for (std::string const& line : LinesOf(file, &figures->left)) {
       std::string const path = "/" + std::to_string(rows);
       rows += line[0] == '"' &&
               EndsWith(line, "\",\"0.000\",\"" + path + "\",\"1\",\"\",\"\",\"\",\"\"\r");
     }
-    if (rows < done[0]) {
-      ++damaged;
-      ADD_FAILURE() << "kill " << kill << ": " << rows << " rows of " << done[0];
-    }
-    flushed += done[0];
-  }
-  PrintFigures("flushed rows | %d | %d | %d | %d", Kills(), flushed, damaged, torn);
+    if (rows >= done[0]) return "";
+    return std::to_string(rows) + " rows of " + std::to_string(done[0]);
+  });
 }

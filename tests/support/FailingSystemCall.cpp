@@ -12,12 +12,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <future>
-#include <iterator>
 #include <thread>
 #include <vector>
 
@@ -36,70 +34,53 @@ constexpr unsigned kMoving = kIO | kInterrupted, kWriting = kMoving | kSpace,
 struct Call {
   int number;
   char const* name;
-  unsigned errors;
-  bool takesDescriptor = false;  // of which those of pipes and events are left alone
 };
 
-constexpr Call kCalls[] = {
-    {SYS_openat, "openat", kNaming | kInterrupted | kDescriptors},
-    {SYS_close, "close", kWriting, true},
-    {SYS_pipe2, "pipe2", kDescriptors},
-    {SYS_read, "read", kMoving, true},
-    {SYS_readv, "readv", kMoving, true},
-    {SYS_pread64, "pread", kMoving, true},
-    {SYS_getdents64, "getdents64", kIO | kMissing, true},
-    {SYS_write, "write", kWriting, true},
-    {SYS_writev, "writev", kWriting, true},
-    {SYS_pwrite64, "pwrite", kWriting, true},
-    {SYS_pwritev2, "pwritev2", kWriting, true},
-    {SYS_copy_file_range, "copy_file_range", kWriting},
-    {SYS_splice, "splice", kWriting},
-    {SYS_ftruncate, "ftruncate", kWriting, true},
-    {SYS_ioctl, "ioctl", kIO | kSpace, true},
-    {SYS_lseek, "lseek", kIO, true},
-    {SYS_newfstatat, "fstatat", kLooking},
-    {SYS_fstat, "fstat", kIO, true},
-    {SYS_statx, "statx", kLooking},
-    {SYS_statfs, "statfs", kLooking},
-    {SYS_fstatfs, "fstatfs", kIO, true},
-    {SYS_faccessat, "faccessat", kLooking},
-    {SYS_readlinkat, "readlinkat", kLooking},
-    {SYS_fchmod, "fchmod", kMarking, true},
-    {SYS_fchown, "fchown", kMarking, true},
-    {SYS_utimensat, "utimensat", kMarking},
-    {SYS_flistxattr, "flistxattr", kIO, true},
-    {SYS_fgetxattr, "fgetxattr", kIO, true},
-    {SYS_fsetxattr, "fsetxattr", kMarking, true},
-    {SYS_renameat, "renameat", kNaming},
-    {SYS_renameat2, "renameat2", kNaming},
-    {SYS_linkat, "linkat", kNaming},
-    {SYS_symlinkat, "symlinkat", kNaming},
-    {SYS_mkdirat, "mkdirat", kNaming},
-    {SYS_unlinkat, "unlink", kLooking},
+// Calls that fail with the same errors. Of those that take a descriptor, the ones on pipes and
+// events are left alone.
+struct Kind {
+  unsigned errors;
+  bool takesDescriptor;
+  std::vector<Call> calls;
+};
+
+#define CALL(name) \
+  { SYS_##name, #name }
+
+std::vector<Kind> const kKinds = {
+    {kNaming | kInterrupted | kDescriptors, false, {CALL(openat)}},
+    {kDescriptors, false, {CALL(pipe2)}},
+    {kMoving, true, {CALL(read), CALL(readv), CALL(pread64)}},
+    {kIO | kMissing, true, {CALL(getdents64)}},
+    {kWriting, true, {CALL(close), CALL(write), CALL(writev), CALL(pwrite64), CALL(pwritev2)}},
+    {kWriting, true, {CALL(ftruncate)}},
+    {kWriting, false, {CALL(copy_file_range), CALL(splice)}},
+    {kIO | kSpace, true, {CALL(ioctl)}},
+    {kIO, true, {CALL(lseek), CALL(fstat), CALL(fstatfs), CALL(flistxattr), CALL(fgetxattr)}},
+    {kMarking, true, {CALL(fchmod), CALL(fchown), CALL(fsetxattr)}},
+    {kMarking, false, {CALL(utimensat)}},
+    {kLooking, false, {{SYS_newfstatat, "fstatat"}, {SYS_unlinkat, "unlink"}, CALL(statx)}},
+    {kLooking, false, {CALL(statfs), CALL(faccessat), CALL(readlinkat)}},
+    {kNaming, false, {CALL(renameat), CALL(renameat2), CALL(linkat), CALL(symlinkat)}},
+    {kNaming, false, {CALL(mkdirat)}},
 // What the C library calls where the processor's list of calls still has them.
 #ifdef SYS_unlink
-    {SYS_access, "access", kLooking},
-    {SYS_readlink, "readlink", kLooking},
-    {SYS_rename, "rename", kNaming},
-    {SYS_mkdir, "mkdir", kNaming},
-    {SYS_unlink, "unlink", kLooking},
-    {SYS_rmdir, "rmdir", kLooking},
+    {kLooking, false, {CALL(access), CALL(readlink), CALL(unlink), CALL(rmdir)}},
+    {kNaming, false, {CALL(rename), CALL(mkdir)}},
 #endif
 };
 
 // For this thread and those that it makes. The descriptor of what it does, or -1.
 int WatchThisThread() {
-  constexpr std::size_t kCount = std::size(kCalls);
-  static_assert(kCount < 255, "a jump goes no further");
   std::vector<sock_filter> steps = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-  for (std::size_t i = 0; i < kCount; ++i) {
-    sock_filter const step =
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(kCalls[i].number),
-                 static_cast<unsigned char>(kCount - i), 0);
-    steps.push_back(step);
+  for (Kind const& kind : kKinds) {
+    for (Call const& call : kind.calls) {
+      auto const number = static_cast<unsigned>(call.number);
+      steps.insert(steps.end(), {BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
+                                 BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF)});
+    }
   }
   steps.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-  steps.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF));
   sock_fprog const program = {static_cast<unsigned short>(steps.size()), steps.data()};
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return -1;
   return static_cast<int>(
@@ -115,18 +96,25 @@ bool IsOfFile(int descriptor) {
 
 // Whether this call is to fail.
 bool Fails(seccomp_data const& data, CallFault const& fault, CallTrace* trace) {
-  auto const call = std::find_if(std::begin(kCalls), std::end(kCalls),
-                                 [&](Call const& each) { return each.number == data.nr; });
-  bool const canFail = fault.error == 0 || (call->errors & BitOf(fault.error)) != 0;
-  if (!canFail || (call->takesDescriptor && !IsOfFile(static_cast<int>(data.args[0])))) {
+  Kind const* kind = nullptr;
+  char const* name = "";
+  for (Kind const& each : kKinds) {
+    for (Call const& call : each.calls) {
+      if (call.number != data.nr) continue;
+      kind = &each;
+      name = call.name;
+    }
+  }
+  bool const canFail = fault.error == 0 || (kind->errors & BitOf(fault.error)) != 0;
+  if (!canFail || (kind->takesDescriptor && !IsOfFile(static_cast<int>(data.args[0])))) {
     return false;
   }
   ++trace->calls;
   if (fault.error == 0) return false;
   if (fault.isLasting ? trace->calls < fault.nth : trace->calls != fault.nth) return false;
   ++trace->failed;
-  trace->lastFailed = call->name;
-  if (std::strcmp(call->name, "unlink") == 0) trace->failedToDelete = true;
+  trace->lastFailed = name;
+  if (std::strcmp(name, "unlink") == 0) trace->failedToDelete = true;
   return true;
 }
 

@@ -15,9 +15,6 @@ inline CUSharedPtr<CUXmlDomElementNode> ElementNode(std::string const& name) {
 inline CUSharedPtr<CUXmlDomTextNode> TextNode(std::string const& value) {
   return CUXmlDomDocumentNode().CreateTextNode(Make(value));
 }
-inline CUSharedPtr<CUXmlDomEntityReferenceNode> EntityNode(std::string const& name) {
-  return CUXmlDomDocumentNode().CreateEntityReferenceNodeNode(Make(name));
-}
 
 inline void AddChildren(CUXmlDomNode& parent,
                         std::initializer_list<CUSharedPtr<CUObject>> children) {
