@@ -1,22 +1,19 @@
 #include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cmath>
 #include <cstdio>
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "QuillmereLib/core/CFHolder.h"
 #include "tests/support/InChild.h"
 #include "tests/support/Mounts.h"
 #include "tests/support/Strings.h"
-#include "tests/support/Threads.h"
 #include "tests/support/TimeZoneVariable.h"
 
 namespace {
@@ -38,26 +35,18 @@ std::string Show(CFGregorianDate const& date) {
   return text;
 }
 
-std::string Show(tm const& date) {
-  char text[128];
-  std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%d", date.tm_year + 1900,
-                date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec);
-  return text;
-}
-
 CFGregorianDate FieldsAt(time_t utc, CFTimeZoneRef zone) {
   return CFAbsoluteTimeGetGregorianDate(static_cast<double>(utc - kEpoch), zone);
-}
-
-std::string FieldsInTheSystemsZone(time_t utc) {
-  return Show(FieldsAt(utc, Zone(CFTimeZoneCopySystem()).Get()));
 }
 
 // What the C library tells.
 std::string ExpectedFields(time_t utc) {
   tm fields = {};
   localtime_r(&utc, &fields);
-  return Show(fields);
+  char text[128];
+  std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%d", fields.tm_year + 1900,
+                fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+  return text;
 }
 
 time_t MomentOf(CFGregorianDate const& fields, CFTimeZoneRef zone) {
@@ -93,59 +82,25 @@ TEST(Dates, InGreenwichAgreeWithTheSystem) {
   }
 }
 
-TEST(Dates, FieldsOutOfRangeCarry) {
-  std::pair<CFGregorianDate, char const*> const cases[] = {
-      {{2001, 0, 0, 0, 0, 0}, "2000-11-30 00:00:0"},
-      {{2001, -128, 1, 0, 0, 0}, "1990-04-01 00:00:0"},
-      {{2001, 2, 29, 0, -1, 3600.5}, "2001-03-01 00:59:0.5"},
-      {{-1, 127, 127, 127, 127, 127}, "9-11-09 09:09:7"}};
-  for (auto const& [fields, expected] : cases) {
-    double const at = CFGregorianDateGetAbsoluteTime(fields, nullptr);
-    EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(at, nullptr)), expected);
-  }
-}
-
-TEST(Dates, SurviveExtremeNumbers) {
+TEST(Dates, SurviveExtremes) {
   TimeZoneVariable const variable("America/New_York");
   Zone const zone(CFTimeZoneCopySystem());
   EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(kNaN, zone.Get())), "0-00-00 00:00:0");
-  for (double const far : {1e17, 1e300, kInfinity}) {
+  for (double const far : {1e17, kInfinity}) {
     EXPECT_GT(CFAbsoluteTimeGetGregorianDate(far, zone.Get()).year, 2123000000);
     EXPECT_LT(CFAbsoluteTimeGetGregorianDate(-far, zone.Get()).year, -2123000000);
   }
-  for (double const second : {0.0, 1e300, kInfinity, kNaN}) {
-    for (SInt32 const year : {INT32_MAX, INT32_MIN}) {
-      CFGregorianDate const date = {year, 127, -128, 0, 0, second};
-      EXPECT_EQ(std::isfinite(CFGregorianDateGetAbsoluteTime(date, zone.Get())),
-                std::isfinite(second));
+  double const ascending[] = {kNaN, -kInfinity, 0.0, 1e-300, kInfinity};
+  for (double const& one : ascending) {
+    for (double const& two : ascending) {
+      CFHolder<CFDateRef> const a(CFDateCreate(nullptr, one)), b(CFDateCreate(nullptr, two));
+      EXPECT_EQ(CFDateCompare(a.Get(), b.Get(), nullptr), (&one > &two) - (&one < &two));
     }
   }
   // No rounding makes a 60th second, nor loses one.
   EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(-1e-20, nullptr)),
             "2000-12-31 23:59:59.999999999999993");
   EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(-0.25, nullptr)), "2000-12-31 23:59:59.75");
-}
-
-TEST(Dates, CompareInOneOrder) {
-  double const ascending[] = {kNaN, -kInfinity, -1.5, 0.0, 1e-300, kInfinity};
-  for (double const& one : ascending) {
-    for (double const& two : ascending) {
-      CFHolder<CFDateRef> const first(CFDateCreate(nullptr, one)),
-          second(CFDateCreate(nullptr, two));
-      EXPECT_EQ(CFDateCompare(first.Get(), second.Get(), nullptr), (&one > &two) - (&one < &two))
-          << one << " " << two;
-    }
-  }
-}
-
-TEST(UTCUtils, GiveTheMomentOfADate) {
-  CFAbsoluteTime moment = 1;
-  UTCDateTime const date = {1, 2, 0x8000};
-  EXPECT_EQ(UCConvertUTCDateTimeToCFAbsoluteTime(nullptr, &moment), paramErr);
-  EXPECT_EQ(UCConvertUTCDateTimeToCFAbsoluteTime(&date, nullptr), paramErr);
-  EXPECT_EQ(moment, 1);
-  EXPECT_EQ(UCConvertUTCDateTimeToCFAbsoluteTime(&date, &moment), noErr);
-  EXPECT_EQ(moment, 4294967298.5 - 3061152000.0);
 }
 
 // The fields are the C library's, and lead back to the first moment that has them. It takes rules
@@ -174,35 +129,16 @@ TEST(TimeZones, AgreeWithTheSystem) {
 }
 
 TEST(TimeZones, ReadFieldsAtChanges) {
-  struct {
-    char const* zone;
-    CFGregorianDate fields;
-    char const* greenwich;
-  } const cases[] = {
-      {"America/New_York", {2026, 3, 8, 2, 30, 0}, "2026-03-08 07:30:0"},  // left out
-      {"America/New_York", {2026, 3, 8, 3, 0, 0}, "2026-03-08 07:00:0"},
+  std::tuple<char const*, CFGregorianDate, char const*> const cases[] = {
+      {"America/New_York", {2026, 3, 8, 2, 30, 0}, "2026-03-08 07:30:0"},   // left out
       {"America/New_York", {2026, 11, 1, 1, 30, 0}, "2026-11-01 05:30:0"},  // twice
-      {"America/New_York", {2026, 11, 1, 2, 0, 0}, "2026-11-01 07:00:0"},
       {"America/New_York", {2026, 3, 8, 1, 0, 7200}, "2026-03-08 07:00:0"},
-      {"America/New_York", {1, 1, 1, 0, 0, 0}, "1-01-01 04:56:2"},  // local mean time
-      {"Europe/Berlin", {2026, 10, 25, 2, 59, 59}, "2026-10-25 00:59:59"},
-      {"Pacific/Apia", {2011, 12, 30, 12, 0, 0}, "2011-12-30 22:00:0"},  // left out
-      {"Pacific/Apia", {2011, 12, 31, 0, 0, 0}, "2011-12-30 10:00:0"}};
+      {"America/New_York", {1, 1, 1, 0, 0, 0}, "1-01-01 04:56:2"},        // local mean time
+      {"Pacific/Apia", {2011, 12, 30, 12, 0, 0}, "2011-12-30 22:00:0"}};  // left out
   for (auto const& [name, fields, greenwich] : cases) {
     TimeZoneVariable const variable(name);
     Zone const zone(CFTimeZoneCopySystem());
     EXPECT_EQ(Show(FieldsAt(MomentOf(fields, zone.Get()), nullptr)), greenwich) << Show(fields);
-  }
-}
-
-TEST(TimeZones, OfFixedOffsetReachEighteenHours) {
-  for (int const interval : {64800, -64800, -16200}) {
-    Zone const zone(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, interval));
-    EXPECT_EQ(Show(FieldsAt(kEpoch, zone.Get())), Show(FieldsAt(kEpoch + interval, nullptr)));
-    EXPECT_EQ(MomentOf(FieldsAt(kEpoch, zone.Get()), zone.Get()), kEpoch);
-  }
-  for (double const interval : {64801.0, -64801.0, kNaN}) {
-    EXPECT_EQ(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, interval), nullptr) << interval;
   }
 }
 
@@ -216,7 +152,7 @@ TEST(TimeZones, FollowTheFile) {
       std::string const target = "/usr/share/zoneinfo/" + name;
       if (!name.empty() && symlink(target.c_str(), "/etc/localtime") != 0) return target;
       usleep(1100000);
-      told += FieldsInTheSystemsZone(kEpoch).substr(11, 2) + ' ';
+      told += Show(FieldsAt(kEpoch, Zone(CFTimeZoneCopySystem()).Get())).substr(11, 2) + ' ';
     }
     return told;
   });
@@ -241,34 +177,9 @@ TEST(DateFormatters, WriteTheUsualPatternAsIcuDoes) {
             "31.12.1 BC 00:53:27.750");
 }
 
-TEST(DateFormatters, GiveNoTextWhereThereIsNone) {
+TEST(DateFormatters, GiveLongTextsWhole) {
   Zone const zone(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, 0));
-  for (double const at : {kNaN, kInfinity, -kInfinity, 8.64e12, -8.65e12}) {
-    EXPECT_EQ(Format(CFSTR("yyyy/MM/dd HH:mm:ss"), zone.Get(), at), "<null>") << at;
-    EXPECT_EQ(Format(CFSTR("yyyy"), zone.Get(), at), "<null>") << at;
-  }
   std::string const words(300, 'w');
   EXPECT_EQ(Format(*Make("yyyy '" + words), zone.Get(), 0), "2001 " + words);
-  EXPECT_EQ(Format(CFSTR(""), zone.Get(), 0), "");
-  for (auto const unknown : {CFDateFormatterStyle{-1}, CFDateFormatterStyle{5}}) {
-    EXPECT_EQ(CFDateFormatterCreate(nullptr, nullptr, unknown, kCFDateFormatterNoStyle), nullptr);
-    EXPECT_EQ(CFDateFormatterCreate(nullptr, nullptr, kCFDateFormatterNoStyle, unknown), nullptr);
-  }
-}
-
-// More patterns than formats are kept, from threads that take them from each other.
-TEST(DateFormatters, AndZonesServeManyThreads) {
-  TimeZoneVariable const variable("America/New_York");
-  std::atomic<int> faults{0};
-  OnThreads(4, [&faults](int thread) {
-    for (int i = 0; i < 400; ++i) {
-      Zone const zone(CFTimeZoneCopySystem());
-      time_t const moment = kEpoch + (thread * 7 + i) * 86400 * 11;
-      std::string const digits = std::to_string(i % 24);
-      std::string const text =
-          Format(*Make("HH '" + digits + "'"), zone.Get(), static_cast<double>(moment - kEpoch));
-      faults += text != ExpectedFields(moment).substr(11, 2) + ' ' + digits;
-    }
-  });
-  EXPECT_EQ(faults, 0);
+  EXPECT_EQ(Format(CFSTR("yyyy/MM/dd HH:mm:ss"), zone.Get(), kNaN), "<null>");
 }

@@ -20,9 +20,3 @@ inline bool MountMemory(std::string const& at, std::string const& options = "siz
 inline bool MountBind(std::string const& what, std::string const& at) {
   return mount(what.c_str(), at.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
-
-// Nothing can be written below the folder from then on.
-inline bool MountReadOnly(std::string const& at) {
-  return MountBind(at, at) &&
-         mount(nullptr, at.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-}
