@@ -47,6 +47,7 @@ class QUILLMERE_API CUDictionary : public CUObject {
   CUSharedPtr<CUObject> ObjectForKey(CUSharedPtr<CUStringMac> key);
 
  protected:
+  // Entries come and go with the elements of documents, by the million, as objects do.
   using Entries = std::map<CUStringMac, CUSharedPtr<CUObject>, std::less<CUStringMac>,
                            CUObjectAllocator<std::pair<CUStringMac const, CUSharedPtr<CUObject>>>>;
 
