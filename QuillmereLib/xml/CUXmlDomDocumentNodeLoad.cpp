@@ -166,6 +166,14 @@ class NodeMaker {
   unsigned int AddInstruction(CFTreeRef tree, CUMutableArray& children);
   unsigned int AddReference(CFTreeRef tree, CUMutableArray& children);
 
+  // One of them by itself, which fails where there is nothing to work on.
+  using Operation = unsigned int (NodeMaker::*)(CFTreeRef, CUMutableArray&);
+  static unsigned int Do(Operation operation, CUXmlDomDocumentNode& document, CFTreeRef tree,
+                         CUSharedPtr<CUMutableArray> const& children) {
+    if (tree == nullptr || children == nullptr) return CUResult_Failed;
+    return (NodeMaker(document).*operation)(tree, *children);
+  }
+
  private:
   unsigned int SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attributes);
   unsigned int AddContent(CFTreeRef tree, CUMutableArray& children);
@@ -318,38 +326,32 @@ unsigned int CUXmlDomDocumentNode::MakeUpChildNodes_OS2CU_Mac(__CFTree* tree,
                                                               CUXmlDomNode* parent) {
   if (tree == nullptr || parent == nullptr) return CUResult_Failed;
   if (CFTreeGetChildCount(tree) < 1) return CUResult_Success;
-  CUSharedPtr<CUMutableArray> const children = parent->GetChildNodes();
-  return children != nullptr ? NodeMaker(*this).AddChildren(tree, *children) : CUResult_Failed;
+  return NodeMaker::Do(&NodeMaker::AddChildren, *this, tree, parent->GetChildNodes());
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  return NodeMaker(*this).Add(tree, *children);
+  return NodeMaker::Do(&NodeMaker::Add, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomElementNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  return NodeMaker(*this).AddElement(tree, *children);
+  return NodeMaker::Do(&NodeMaker::AddElement, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomTextNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  return NodeMaker(*this).AddText(tree, *children);
+  return NodeMaker::Do(&NodeMaker::AddText, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomProcessingInstructionNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  return NodeMaker(*this).AddInstruction(tree, *children);
+  return NodeMaker::Do(&NodeMaker::AddInstruction, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomEntityReferenceNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  if (tree == nullptr || children == nullptr) return CUResult_Failed;
-  return NodeMaker(*this).AddReference(tree, *children);
+  return NodeMaker::Do(&NodeMaker::AddReference, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(
