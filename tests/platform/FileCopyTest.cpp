@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -27,10 +28,9 @@ CopyMeans const kMeans[] = {{true, true, true, true, true},     {false, true, fa
                             {true, true, true, false, true},    {true, true, true, true, false}};
 
 // What happens after each piece, and when all are there; false stops the work.
-struct Watch final : public CopyObserver {
-  using Event = std::function<bool()>;
-  explicit Watch(Event after = {}, Event end = {})
-      : onPiece(std::move(after)), atEnd(std::move(end)) {}
+using Event = std::function<bool()>;
+struct Watch final : CopyObserver {
+  Watch(Event const& after, Event const& end) : onPiece(after), atEnd(end) {}
   bool Continues(UInt64, UInt64 completed) override {
     EXPECT_GE(completed, before);
     before = completed;
@@ -38,7 +38,7 @@ struct Watch final : public CopyObserver {
   }
   bool Approves(UInt64) override { return !atEnd || atEnd(); }
 
-  Event const onPiece, atEnd;
+  Event const &onPiece, &atEnd;
   UInt64 before = 0;
 };
 
@@ -59,8 +59,8 @@ FileTask Task(Places const& places, TemporaryFolder const& to, CopyMeans const& 
   return {places.In("source"), to.Path(), "target", overwrite, isMove, means};
 }
 
-OSStatus Copy(FileTask const& task, Watch::Event onPiece = {}, Watch::Event atEnd = {}) {
-  Watch watch(std::move(onPiece), std::move(atEnd));
+OSStatus Copy(FileTask const& task, Event const& onPiece = {}, Event const& atEnd = {}) {
+  Watch watch(onPiece, atEnd);
   return CopyFile(task, &watch);
 }
 
@@ -99,16 +99,13 @@ TEST(FileCopy, EveryWayKeepsBytesHolesAndAttributes) {
 TEST(FileCopy, FaultsLeaveAllAsItWas) {
   Places const places;
   std::string const source = places.In("source"), target = places.away.Path() + "/target";
-  auto const shorten = [&] {
-    fs::resize_file(source, 5);
-    return true;
-  };
+  auto const shorten = [&] { return truncate(source.c_str(), 5) == 0; };
   auto const touch = [&] { return bool(std::ofstream(source, std::ios::app) << "more"); };
   auto const stop = [] { return false; };
   constexpr std::size_t kSize = 3 << 20;  // of several pieces
   struct {
     std::size_t size;
-    Watch::Event onPiece, atEnd;
+    Event onPiece, atEnd;
     OSStatus expected;
   } const cases[] = {{kSize, shorten, nullptr, eofErr},
                      {1000, shorten, nullptr, eofErr},  // when all was read
@@ -154,11 +151,8 @@ TEST(FileCopy, EntriesThatAppearSurvive) {
     }
   }
   EXPECT_EQ(ReadFile(places.In("source")), "new");
-}
 
-TEST(FileCopy, WaitsUnderAHiddenNameOrNone) {
-  Places const places;
-  WriteFile(places.In("source"), "new");
+  // Meanwhile the copy waits under a hidden name or none.
   std::string umlauts = "n";  // a cut in the middle of a character is one at an even place
   for (int i = 0; i < 127; ++i) umlauts += "\u00E4";
   for (std::string const& name : {std::string("target"), umlauts}) {
@@ -185,10 +179,9 @@ TEST(FileOperation, ReleasedAtWorkLeavesNothing) {
   WriteFile(places.In("source"), std::string(5 << 20, 'n'));
   CFRunLoopRef const loop = CFRunLoopGetCurrent();  // keeps a descriptor from its first use
   long const descriptors = OpenDescriptors();
-  bool isTold = false;
-  FSFileOperationClientContext context = {0, &isTold, nullptr, nullptr, nullptr};
+  FSFileOperationClientContext context = {};
   auto const tell = [](FSFileOperationRef, char const*, FSFileOperationStage, OSStatus,
-                       CFDictionaryRef, void* told) { *static_cast<bool*>(told) = true; };
+                       CFDictionaryRef, void*) { ADD_FAILURE() << "told"; };
   for (useconds_t round = 0; round < 20; ++round) {
     CFHolder<FSFileOperationRef> const operation(FSFileOperationCreate(kCFAllocatorDefault));
     FSFileOperationScheduleWithRunLoop(operation.Get(), loop, kCFRunLoopDefaultMode);
@@ -204,6 +197,5 @@ TEST(FileOperation, ReleasedAtWorkLeavesNothing) {
   }
   EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 5, true), kCFRunLoopRunFinished);
   EXPECT_EQ(Listing(places.there.Path()), "");
-  EXPECT_FALSE(isTold);
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }

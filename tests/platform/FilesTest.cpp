@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -16,10 +17,10 @@
 #include <tuple>
 
 #include "platform/linux/FileNames.h"
-#include "tests/support/ChecksInChild.h"
-#include "tests/support/DeniedCall.h"
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/FailingSystemCall.h"
 #include "tests/support/Files.h"
+#include "tests/support/InChild.h"
 #include "tests/support/OpenDescriptors.h"
 #include "tests/support/Strings.h"
 #include "tests/support/TemporaryFolder.h"
@@ -96,7 +97,6 @@ TEST_F(Files, ResolvesWhatExistsToAPathThatIsNoLink) {
   fs::create_symlink("dir", At("to-dir"));
   // A path, and what it leads to or the status that it fails with.
   std::pair<std::string, std::string> const cases[] = {{dir + "/.", dir},
-                                                       {At("to-dir/"), dir},
                                                        {At("to-dir/.."), root},
                                                        {At(slashes + "file"), At(slashes + "file")},
                                                        {At(slashes + "/file"), "-37"},
@@ -116,9 +116,7 @@ TEST_F(Files, ResolvesWhatExistsToAPathThatIsNoLink) {
 TEST_F(Files, CreatesUnderExactlyTheNameGiven) {
   std::u16string const umlauts(127, u'\u00e4');
   std::pair<std::u16string, std::string> const good[] = {
-      {u"12/30", "12:30"},
-      {u"\xD83C\xDFAC \u00e7a", "\xF0\x9F\x8E\xAC \u00e7a"},
-      {umlauts + u"x", Utf8(Make(umlauts)) + "x"}};
+      {u"12/30 \xD83C\xDFAC", "12:30 \U0001F3AC"}, {umlauts + u"x", Utf8(Make(umlauts)) + "x"}};
   mode_t const mask = umask(027);
   for (bool const isDirectory : {false, true}) {
     for (auto const& [name, onDisk] : good) {

@@ -1,14 +1,11 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
 #include <unicode/ustring.h>
-#include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
-#include <array>
 #include <climits>
 #include <optional>
-#include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "QuillmereLib/core/CFHolder.h"
@@ -20,10 +17,7 @@ using namespace std::string_literals;
 using String = CFHolder<CFStringRef>;
 using Text = std::optional<std::u16string>;  // none where there is no string
 
-constexpr CFStringEncoding kUtf8 = kCFStringEncodingUTF8;
 constexpr CFStringEncoding kUnicode = kCFStringEncodingUnicode;
-constexpr CFStringEncoding kAscii = kCFStringEncodingASCII;
-constexpr CFStringEncoding kUtf32 = kCFStringEncodingUTF32LE;
 
 // The first and last byte of each class, and those that bound overlong forms, surrogates and
 // planes.
@@ -33,11 +27,12 @@ std::string const borders =
 
 CFStringRef FromUtf8(std::string const& bytes) {
   return CFStringCreateWithBytes(nullptr, reinterpret_cast<UInt8 const*>(bytes.data()),
-                                 static_cast<CFIndex>(bytes.size()), kUtf8, false);
+                                 static_cast<CFIndex>(bytes.size()), kCFStringEncodingUTF8, false);
 }
 
-// `units` by way of a longer text that is not ASCII.
-CFStringRef FromPart(std::u16string const& units) {
+// Every other time by way of a longer text that is not ASCII.
+CFStringRef Create(std::u16string const& units, unsigned round) {
+  if (round % 2 == 0) return CreateString(units);
   String const whole(CreateString(u"\u00e9" + units + u"\u20ac"));
   return CFStringCreateWithSubstring(nullptr, whole.Get(),
                                      CFRangeMake(1, static_cast<CFIndex>(units.size())));
@@ -54,34 +49,6 @@ Conversion Convert(CFStringRef string, CFRange range, CFStringEncoding encoding,
   EXPECT_LE(used, capacity);
   EXPECT_EQ(buffer.substr(static_cast<std::size_t>(capacity)), "~~~~");
   return {converted, buffer.substr(0, static_cast<std::size_t>(used))};
-}
-
-// The bytes of one character; none where the encoding cannot hold it.
-std::string EncodeByRule(UChar32 character, CFStringEncoding encoding) {
-  char bytes[4];
-  std::size_t size = 0;
-  if (encoding == kUnicode) {
-    U16_APPEND_UNSAFE(reinterpret_cast<UniChar*>(bytes), size, character);
-    return std::string(bytes, 2 * size);
-  }
-  bool const holds = encoding == kAscii ? character < 0x80 : !U_IS_SURROGATE(character);
-  if (!holds) return "";
-  if (encoding == kUtf32) return std::string(reinterpret_cast<char*>(&character), 4);
-  U8_APPEND_UNSAFE(reinterpret_cast<UInt8*>(bytes), size, character);
-  return std::string(bytes, size);
-}
-
-Conversion ConvertByRule(std::u16string const& units, CFStringEncoding encoding, CFIndex capacity) {
-  Conversion result = {0, ""};
-  for (std::size_t i = 0; i < units.size(); result.first = static_cast<CFIndex>(i)) {
-    UChar32 character;
-    U16_NEXT(units.data(), i, units.size(), character);
-    std::string const bytes = EncodeByRule(character, encoding);
-    CFIndex const room = capacity - static_cast<CFIndex>(result.second.size());
-    if (bytes.empty() || static_cast<CFIndex>(bytes.size()) > room) break;
-    result.second += bytes;
-  }
-  return result;
 }
 
 Text TextOf(CFStringRef string) {
@@ -108,6 +75,8 @@ TEST(StringEncoding, Utf8DecodesExactlyWhatIcuCallsWellFormed) {
   for (char const a : borders) {
     for (char const b : borders) {
       ExpectDecodesLikeIcu({a, b});
+      // Runs of ASCII take a faster road, behind which malformed bytes must not hide.
+      ExpectDecodesLikeIcu(std::string(19, 'a') + a + b + std::string(19, 'z'));
       for (char const c : borders) {
         ExpectDecodesLikeIcu({a, b, c});
         for (char const d : borders) ExpectDecodesLikeIcu({a, b, c, d});
@@ -115,86 +84,40 @@ TEST(StringEncoding, Utf8DecodesExactlyWhatIcuCallsWellFormed) {
       if (HasFailure()) return;
     }
   }
-  // Runs of ASCII take a faster road, behind which malformed bytes must not hide.
-  std::mt19937 random(1);
-  for (unsigned round = 0; round < 50000 && !HasFailure(); ++round) {
-    std::string text(random() % (round % 8 == 0 ? 600 : 40), 'a');
-    if (round % 2 == 0) text += "\u00e9\u20ac\U0001F600";
-    for (auto count = 1 + random() % 4; count > 0; --count) {
-      text += borders[random() % borders.size()];
-    }
-    ExpectDecodesLikeIcu(text + std::string(random() % 20, 'z'));
-  }
 }
 
-// However a text came about, it is the same; and of any part of it, each encoding takes what fits
-// into the room.
-TEST(StringEncoding, RandomPartsAreConvertedIntoEveryRoom) {
-  unsigned const limits[] = {0x80, 0x800, 0x10000, 0x110000};
-  std::mt19937 random(2);
-  for (unsigned round = 0; round < 8000 && !HasFailure(); ++round) {
-    std::u16string units;
-    unsigned const limit = limits[random() % 4];
-    for (auto count = random() % 20; count > 0; --count) {
-      // Halves of pairs come as well.
-      std::string const unit = EncodeByRule(static_cast<UChar32>(random() % limit), kUnicode);
-      units.append(reinterpret_cast<char16_t const*>(unit.data()), unit.size() / 2);
-    }
-    String const string(round % 2 == 0 ? CreateString(units) : FromPart(units));
-    EXPECT_EQ(TextOf(string.Get()), units);
-    Conversion const utf8 = ConvertByRule(units, kUtf8, LONG_MAX);
-    if (utf8.first == CFStringGetLength(string.Get())) {
-      String const decoded(FromUtf8(utf8.second));
-      EXPECT_EQ(CFStringCompare(string.Get(), decoded.Get(), 0), kCFCompareEqualTo);
-    }
-    std::size_t const start = random() % (units.size() + 1);
-    std::u16string const part = units.substr(start, random() % 20);
-    auto const range = CFRangeMake(static_cast<CFIndex>(start), static_cast<CFIndex>(part.size()));
-    CFStringEncoding const encoding = std::array{kUtf8, kUnicode, kAscii, kUtf32}[random() % 4];
-    SCOPED_TRACE(testing::PrintToString(part) + " in " + std::to_string(encoding));
-    Conversion const all = ConvertByRule(part, encoding, LONG_MAX);
-    CFIndex needed = -1;
-    // Without a buffer the capacity is nothing.
-    EXPECT_EQ(CFStringGetBytes(string.Get(), range, encoding, 0, false, nullptr, 1, &needed),
-              all.first);
-    ASSERT_EQ(needed, static_cast<CFIndex>(all.second.size()));
-    for (CFIndex room = 0; room <= needed + 2; ++room) {
-      EXPECT_EQ(Convert(string.Get(), range, encoding, room), ConvertByRule(part, encoding, room));
-    }
-  }
-}
-
-// Against the standard library, over few letters, so that matches abound and overlap; one of them
-// makes a text wide.
-TEST(StringParts, UnitwiseSearchAndOrder) {
-  std::mt19937 random(3);
-  auto const make = [&random](std::size_t most) {
-    std::size_t const letters = 2 + random() % 3;
-    std::u16string text;
-    for (auto count = random() % (most + 1); count > 0; --count) {
-      text += u"abA\u00e9"[random() % letters];
-    }
-    return text;
-  };
-  for (unsigned round = 0; round < 20000 && !HasFailure(); ++round) {
-    std::u16string const text = make(12), wanted = make(3);
-    String const string(round % 2 == 0 ? CreateString(text) : FromPart(text));
-    String const needle(CreateString(wanted));
-    SCOPED_TRACE(testing::PrintToString(text) + " / " + testing::PrintToString(wanted));
-    auto const find = [&](CFStringCompareFlags flags) {
-      CFRange const found = CFStringFind(string.Get(), needle.Get(), flags);
-      EXPECT_EQ(found.length, found.location < 0 ? 0 : CFStringGetLength(needle.Get()));
-      return static_cast<std::size_t>(found.location);  // -1, if nowhere, which is npos
+TEST(StringEncoding, TakesOfAPartWhatFitsIntoTheRoom) {
+  for (unsigned const round : {0u, 1u}) {
+    String const string(Create(u"a\u00e9\U0001F600z\xDE00", round));
+    auto const convert = [&](CFStringEncoding encoding, CFIndex room) {
+      return Convert(string.Get(), CFRangeMake(1, 5), encoding, room);
     };
-    EXPECT_EQ(find(0), wanted.empty() ? text.npos : text.find(wanted));
-    EXPECT_EQ(find(kCFCompareBackwards), wanted.empty() ? text.npos : text.rfind(wanted));
-
-    int const order = text.compare(wanted);
-    EXPECT_EQ(CFStringCompare(string.Get(), needle.Get(), round % 2), (order > 0) - (order < 0));
+    EXPECT_EQ(convert(kCFStringEncodingUTF8, 99), Conversion(4, "\u00e9\U0001F600z"));
+    EXPECT_EQ(convert(kCFStringEncodingUTF8, 5), Conversion(1, "\u00e9"));
+    EXPECT_EQ(convert(kUnicode, 99), Conversion(5, "\xE9\0\x3D\xD8\0\xDEz\0\0\xDE"s));
+    EXPECT_EQ(convert(kUnicode, 5), Conversion(1, "\xE9\0"s));
+    EXPECT_EQ(convert(kCFStringEncodingUTF32LE, 11), Conversion(3, "\xE9\0\0\0\0\xF6\1\0"s));
+    EXPECT_EQ(convert(kCFStringEncodingASCII, 9), Conversion(0, ""));
   }
-  CFIndex const outside[][2] = {{-1, 1}, {0, -1}, {4, 0}, {5, LONG_MAX}};
-  for (auto const& [location, length] : outside) {
-    CFRange const range = {location, length};
-    EXPECT_EQ(CFStringCreateWithSubstring(nullptr, CFSTR("abc"), range), nullptr) << location;
+}
+
+TEST(StringParts, AreFoundByUnitsAndBothWays) {
+  // Text, what is looked for, and the first and the last place of it.
+  std::tuple<std::u16string, std::u16string, CFIndex, CFIndex> const cases[] = {
+      {u"aabaaabaab", u"aab", 0, 7},
+      {u"aaabaab", u"aaba", 1, 1},
+      {u"\u00e9\u00e9aab", u"aab", 2, 2},
+      {u"abc", u"\u00e9", -1, -1},
+      {u"ab", u"abc", -1, -1},
+      {u"a", u"", -1, -1}};
+  for (auto const& [text, wanted, first, last] : cases) {
+    String const string(CreateString(text)), needle(CreateString(wanted));
+    EXPECT_EQ(CFStringFind(string.Get(), needle.Get(), 0).location, first) << first;
+    EXPECT_EQ(CFStringFind(string.Get(), needle.Get(), kCFCompareBackwards).location, last) << last;
+    int const order = text.compare(wanted);
+    EXPECT_EQ(CFStringCompare(string.Get(), needle.Get(), 0), (order > 0) - (order < 0)) << first;
+  }
+  for (CFRange const& outside : {CFRange{-1, 1}, {0, -1}, {4, 0}, {5, LONG_MAX}}) {
+    EXPECT_EQ(CFStringCreateWithSubstring(nullptr, CFSTR("abc"), outside), nullptr);
   }
 }

@@ -10,7 +10,7 @@
 
 #include "QuillmereLib/core/CFHolder.h"
 #include "platform/linux/VolumeNumbers.h"
-#include "tests/support/ChecksInChild.h"
+#include "tests/support/InChild.h"
 #include "tests/support/MountTableFile.h"
 #include "tests/support/Mounts.h"
 #include "tests/support/Strings.h"

@@ -19,13 +19,8 @@ namespace fs = std::filesystem;
 using String = CUSharedPtr<CUStringMac>;
 
 using Step = std::function<void()>;
-
-struct Operation {
-  char const* name;
-  Step prepare;
-  // What came out, as text. Null strings, "failed" and error codes are defined failures.
-  std::function<std::string()> work;
-};
+// Gives what came out, as text. Null strings, "failed" and error codes are defined failures.
+using Work = std::function<std::string()>;
 
 // An empty text stands for one that could not be made.
 std::string Outcome(CUResult result, CUStringMac& text) {
@@ -40,73 +35,63 @@ bool IsFailure(std::string const& outcome) {
   return false;
 }
 
-// What `operation` comes to, whatever it throws that it may throw.
-std::string Try(Operation const& operation) {
+// What the work comes to, whatever it throws that it may throw.
+std::string Try(Work const& work) {
   try {
-    return operation.work();
+    return work();
   } catch (unsigned int code) {
     return "code " + std::to_string(code);
   }
 }
 
-// The failing runs, or -1 where something is wrong.
-int SweepOnce(Operation const& operation, std::string const& expected) {
-  operation.prepare();
-  long const descriptors = OpenDescriptors();
-  std::string outcome;
-  std::string wrong;
-  int nth = 0;
-  auto const work = [&] {
-    ++nth;
-    outcome = "code of bad_alloc";
-    outcome = Try(operation);
+void Sweep(char const* name, Step const& prepare, Work const& work) {
+  auto const prepareAndTry = [&] {
+    if (prepare) prepare();
+    return Try(work);
   };
-  int const failures = FailEachAllocation(work, [&] {
-    std::string fault;
-    if (outcome != expected && !IsFailure(outcome)) fault = outcome;
-    if (OpenDescriptors() != descriptors) fault += " a descriptor is left open";
-    operation.prepare();
-    std::string const afterwards = Try(operation);
-    if (afterwards != expected) fault += " and then " + afterwards;
-    operation.prepare();
-    if (!fault.empty()) wrong += "\n  allocation " + std::to_string(nth) + ": " + fault;
-  });
-  EXPECT_EQ(wrong, "") << operation.name;
-  return wrong.empty() ? failures : -1;
-}
-
-void Sweep(char const* name, Step prepare, std::function<std::string()> work) {
-  Operation const operation = {name, std::move(prepare), std::move(work)};
-  operation.prepare();
   // Twice, as some things are made once a process, and others once a thread.
-  for (int i = 0; i < 2; ++i) Try(operation);
-  operation.prepare();
-  std::string const expected = Try(operation);
-  EXPECT_FALSE(IsFailure(expected)) << operation.name << ": " << expected;
+  for (int i = 0; i < 2; ++i) prepareAndTry();
+  std::string const expected = prepareAndTry();
+  EXPECT_FALSE(IsFailure(expected)) << name << ": " << expected;
+  // The failing runs, or -1 where something is wrong.
+  auto const sweepOnce = [&] {
+    if (prepare) prepare();
+    long const descriptors = OpenDescriptors();
+    std::string outcome, wrong;
+    auto const failingWork = [&] {
+      outcome = "code of bad_alloc";
+      outcome = Try(work);
+    };
+    int nth = 0;
+    int const failures = FailEachAllocation(failingWork, [&] {
+      ++nth;
+      std::string fault;
+      if (outcome != expected && !IsFailure(outcome)) fault = outcome;
+      if (OpenDescriptors() != descriptors) fault += " a descriptor is left open";
+      std::string const afterwards = prepareAndTry();
+      if (afterwards != expected) fault += " and then " + afterwards;
+      if (prepare) prepare();
+      if (!fault.empty()) wrong += "\n  allocation " + std::to_string(nth) + ": " + fault;
+    });
+    EXPECT_EQ(wrong, "") << name;
+    return wrong.empty() ? failures : -1;
+  };
   // What a failure leaves behind makes each sweep leave as much.
-  int const failures = SweepOnce(operation, expected);
+  int const failures = sweepOnce();
   std::set<long> growths;
   for (int i = 0; i < 3 && failures > 0; ++i) {
     auto const before = static_cast<long>(mallinfo2().uordblks);
-    SweepOnce(operation, expected);
+    sweepOnce();
     growths.insert(static_cast<long>(mallinfo2().uordblks) - before);
   }
   bool const leaks = growths.size() == 1 && *growths.begin() > 0;
-  EXPECT_FALSE(leaks) << operation.name << " leaves memory behind";
-  EXPECT_GT(failures, 0) << operation.name;
+  EXPECT_FALSE(leaks) << name << " leaves memory behind";
+  EXPECT_GT(failures, 0) << name;
   char const* const harm = failures < 0 ? "harmed" : leaks ? "leak" : "0";
-  PrintFigures("%s | %d | %s", operation.name, failures, harm);
+  PrintFigures("%s | %d | %s", name, failures, harm);
 }
 
-void Sweep(char const* name, std::function<std::string()> work) {
-  Sweep(
-      name, [] {}, std::move(work));
-}
-
-class EndsAtOnce : public CUThread {
- public:
-  void* ThreadFunc() override { return nullptr; }
-};
+void Sweep(char const* name, Work const& work) { Sweep(name, Step(), work); }
 
 class AllocationSweep : public testing::Test {
  protected:
@@ -200,7 +185,7 @@ TEST_F(AllocationSweep, OfValues) {
   });
   Sweep("event and thread", [] {
     CUAutoResetEvent event(true);
-    EndsAtOnce thread;
+    CUThread thread;
     if (!event.WaitOne() || thread.Start(nullptr) != 0) return "failed";
     thread.Join();
     return "joined";
@@ -228,10 +213,9 @@ TEST_F(AllocationSweep, OfValues) {
 
 TEST_F(AllocationSweep, OfFiles) {
   WriteFile(At("source"), std::string(5000, 's'));
-  auto const addTarget = [this] { WriteFile(At("target"), "old"); };
-  auto const addTargetAlone = [=] {
+  auto const addTarget = [this] {
     fs::remove(At("renamed"));
-    addTarget();
+    WriteFile(At("target"), "old");
   };
   Sweep("stream, writing and reading", [&] {
     CUFileStream stream(PathOf("target").Get(), CUStream_FileMode_Create,
@@ -244,7 +228,7 @@ TEST_F(AllocationSweep, OfFiles) {
     auto const made = CUMemoryStream::CreateMemoryStreamPtr(bytes, range);
     return made == nullptr ? "failed" : ReadText(*made, 3, 0);
   });
-  Sweep("file, facts and renaming", addTargetAlone, [&] {
+  Sweep("file, facts and renaming", addTarget, [&] {
     CUFileInfo file(PathOf("target"));
     if (file.Length() != 3) return std::string("failed");
     file.Rename(Make("renamed"));
@@ -285,7 +269,7 @@ TEST_F(AllocationSweep, OfFiles) {
 }
 
 TEST_F(AllocationSweep, OfDrivesAndLogs) {
-  fs::create_directories(At("list/of"));
+  fs::create_directories(At("list"));
   Sweep("drive", [&] {
     CUDriveInfo drive(PathOf("list"));
     return Utf8(drive.GetName()) + Utf8(drive.GetDisplayString());

@@ -26,6 +26,7 @@ extern "C" char const* __asan_default_options() { return "fast_unwind_on_malloc=
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 std::string Text(std::size_t seed, std::size_t size) {
   std::string text(size, '\0');
@@ -59,9 +60,6 @@ struct Place {
 
 using Step = std::function<void(Place const&)>;
 
-// Whether an interrupted call is made again. The libraries that know devices and trash do not.
-enum class Retries { Yes, No };
-
 struct Operation {
   char const* name;
   Step prepare;
@@ -69,7 +67,8 @@ struct Operation {
   std::function<bool(Place const&)> run;
   // What is wrong afterwards; empty where all is as it must be.
   std::function<std::string(Place const&)> harm;
-  Retries retries = Retries::Yes;
+  // Whether an interrupted call is made again. The libraries that know devices and trash do not.
+  bool retries = true;
 };
 
 void Nothing(Place const&) {}
@@ -86,15 +85,11 @@ void MakeSparseSource(Place const& place) {
   MakeBoth(place);
   fs::resize_file(place.At("source"), kSource.size() + 70000);
   setxattr(place.At("source").c_str(), "user.note", "abc", 3, 0);
-  WriteFile(place.At("sparse"), "");
 }
 
 // What succeeds unless it throws.
 auto Doing(Step const& step) {
-  return [step](Place const& place) {
-    step(place);
-    return true;
-  };
+  return [step](Place const& place) { return step(place), true; };
 }
 
 auto Transferring(bool isMove, bool overwrite, char const* source = "source") {
@@ -109,22 +104,18 @@ auto CopyingBy(CopyMeans const& means) {
   };
 }
 
-std::string TargetHarm(Place const& place) {
-  std::string const target = place.Contents("target");
-  if (target == kSource + std::string(place.Has("sparse") ? 70000 : 0, '\0')) {
+std::string CopyHarm(Place const& place) {
+  std::string const source = place.Contents("source"), target = place.Contents("target");
+  if (source.compare(0, kSource.size(), kSource) != 0) return "the source is not whole";
+  if (target == source)
     return If(!place.succeeded && !place.fault.isLasting, "replaced, and failed");
-  }
   if (place.succeeded) return "the target is not the source";
   return If(target != "none" && target != kOld, "the target is neither old nor new");
-}
-std::string CopyHarm(Place const& place) {
-  bool const isWhole = place.Contents("source").compare(0, kSource.size(), kSource) == 0;
-  return isWhole ? TargetHarm(place) : "the source is not whole";
 }
 std::string MoveHarm(Place const& place) {
   bool const isThere = place.Has("source");
   if (place.succeeded ? isThere : !isThere && !place.fault.isLasting) return "source and result";
-  return isThere ? CopyHarm(place) : TargetHarm(place);
+  return isThere ? CopyHarm(place) : If(place.Contents("target") != kSource, "lost");
 }
 std::string LinkHarm(Place const& place) {
   bool const isThere = fs::is_symlink(place.At("target"));
@@ -162,70 +153,49 @@ bool LoadDocument(Place const& place) {
   std::string const text = isLoaded ? Written(document) : "<c></c>";
   return text.find("<c></c>") == text.npos ? throw std::logic_error(text) : isLoaded;
 }
-bool WriteDocument(Place const& place) {
-  CUXmlDomDocumentNode document;
-  document.LoadXml(StreamOf(kDocument));
-  return document.WriteXml(Open(place, "xml", CUStream_FileMode_Create)) == CUResult_Success;
-}
 
 void MakeTree(Place const& place) {
   MakeSource(place);
   fs::create_directories(place.At("tree/a/b"));
-  for (char const* const name : {"tree/1", "tree/2", "tree/a/3", "tree/a/b/4"}) {
-    WriteFile(place.At(name), "x");
-  }
+  for (auto name : {"tree/1", "tree/2", "tree/a/3", "tree/a/b/4"}) WriteFile(place.At(name), "x");
   fs::create_symlink("../source", place.At("tree/link"));
-}
-std::string TreeHarm(Place const& place) {
-  if (place.Contents("source") != kSource) return "a link was followed";
-  return If(place.succeeded && place.Has("tree"), "the tree is there");
 }
 bool ListTree(Place const& place) {
   CUDirectoryInfo tree(place.Path("tree"));
   CUSharedPtr<CUArray> const files = tree.GetFiles();
   CUSharedPtr<CUArray> const folders = tree.GetDirectories();
-  for (unsigned int i = 0; i < files->Count(); ++i) {
-    auto& file = dynamic_cast<CUFileInfo&>(*files->ObjectAtIndex(i));
-    std::string const name = fs::path(Utf8(file.GetFullName())).filename();
-    if (name != "1" && name != "2" && name != "link") throw std::logic_error(name);
+  for (auto const& each : *files->GetInternalArray()) {
+    std::string const path = Utf8(dynamic_cast<CUFileInfo&>(*each).GetFullName());
+    if (!std::regex_match(path, std::regex(".*/tree/(1|2|link)"))) throw std::logic_error(path);
   }
   return files->Count() == 3 && folders->Count() == 1;
 }
 
 std::string TrashHarm(Place const& place) {
-  std::string const inTrash = place.home + "/Trash/files/folder/old";
   std::string const stayed = place.Contents("folder/old");
   if (place.succeeded ? stayed != "none" : stayed != kOld && !place.fault.isLasting) {
     return "not in its place";
   }
-  return If(stayed != kOld && (!fs::exists(inTrash) || ReadFile(inTrash) != kOld), "lost");
-}
-
-// A file that the system does not show counts as deleted.
-std::string DeletionHarm(Place const& place) {
-  bool const isShown =
-      place.fault.error != ENOENT && std::string(place.trace.lastFailed) != "fstatat";
-  return If(isShown && place.succeeded == place.Has("target"), "deletion and result");
+  return If(stayed != kOld && ReadFile(place.home + "/Trash/files/folder/old") != kOld, "lost");
 }
 
 // A log file with but "message;" for each whole line.
-std::string LinesOf(std::string const& file) {
-  return std::regex_replace(file, std::regex(R"(\[[^\]]{19}\]\t\[ERROR\]\t([^\r]*)\r\n)"), "$1;");
+std::string LinesOf(std::string const& path) {
+  static std::regex const line(R"(\[[^\]]{19}\]\t\[ERROR\]\t([^\r]*)\r\n)");
+  return std::regex_replace(ReadFile(path), line, "$1;");
 }
 
-Step const StartLog = [](Place const& place) {
-  CULog::InitializeWithName(Make(place.root), Make("l"), 3);
-};
-Step const LogNew = [](Place const&) { CULog::Write(1, "new"); };
+void StartLog(Place const& place) { CULog::InitializeWithName(Make(place.root), Make("l"), 3); }
+void LogNew(Place const&) { CULog::Write(1, "new"); }
 
 auto LinesHarm(std::string const& before) {
   return [before](Place const& place) {
-    std::string const lines = place.Has("l0.log") ? LinesOf(place.Contents("l0.log")) : "";
+    std::string const lines = LinesOf(place.At("l0.log"));
     bool const mustBeThere = place.trace.failed == 0 || place.fault.error == EINTR;
     CULog::Write(1, "next");
     CULog::Terminate();
     if (lines != before + "new;" && (mustBeThere || lines != before)) return "lines: " + lines;
-    std::string const next = LinesOf(place.Contents("l0.log"));
+    std::string const next = LinesOf(place.At("l0.log"));
     return If(next != lines + "next;", "next lines: " + next);
   };
 }
@@ -235,14 +205,13 @@ std::string NextFileHarm(Place const& place) {
   if (fs::file_size(place.At("l0.log")) < 999990) return "the full file has lost lines";
   CULog::Write(1, "next");
   CULog::Terminate();
-  std::string const lines = LinesOf(place.Contents("l1.log"));
+  std::string const lines = LinesOf(place.At("l1.log"));
   return If(lines != "new;next;" && lines != "next;", "lines: " + lines);
 }
 
 std::string RowsFile(Place const& place) {
   return place.home + "/Tavik_Inc_IC/Quillmere/QMR_ImageStabilization.csv";
 }
-void RemoveRows(Place const& place) { fs::remove(RowsFile(place)); }
 
 // Where its folder cannot be made, a logger says so, and there are no rows.
 void FlushRows(std::string const& path) {
@@ -259,18 +228,14 @@ void FlushRows(std::string const& path) {
 
 // The file of rows with but "/path;" for each whole row, and no head, which must be there if
 // `withHead`.
-std::string PathsIn(std::string const& file, bool withHead) {
+std::string PathsIn(Place const& place, bool withHead) {
   static std::regex const row(R"~("SUCCESS",("[^"]*",){3}"0.000","(/\w+)","1","",""\r\n)~");
-  std::string paths = std::regex_replace(file, row, "$2;");
-  for (std::string const part :
-       {"\xEF\xBB\xBF",
-        "Status,Start DateTime,End DateTime,Process Time,Target Duration,File Path,Version,"
-        "Detection Mode,Correction Strength\r\n"}) {
-    bool const isThere = paths.compare(0, part.size(), part) == 0;
-    if (withHead && !isThere) return "not the head: " + paths.substr(0, 60);
-    if (isThere) paths.erase(0, part.size());
-  }
-  return paths;
+  static std::regex const head("(\xEF\xBB\xBF)?(Status,[^\r]*,Correction Strength\r\n)?");
+  std::string const file = std::regex_replace(ReadFile(RowsFile(place)), row, "$2;");
+  std::smatch found;
+  std::regex_search(file, found, head, std::regex_constants::match_continuous);
+  bool const isWhole = found[1].matched && found[2].matched;
+  return withHead && !isWhole ? "not the head: " + file.substr(0, 60) : found.suffix().str();
 }
 
 // Of the rows that were there, of those that were to be added, and of those added next.
@@ -279,18 +244,16 @@ auto RowsHarm(std::string const& before) {
     bool const mustBeThere = place.trace.failed == 0;
     // The head is put once. Where that fails the rows come all the same.
     bool const withHead = mustBeThere || !before.empty();
-    std::string const paths = PathsIn(ReadFile(RowsFile(place)), withHead);
-    if (paths != before + "/new;/new;/new;" && (mustBeThere || paths != before)) {
-      return "rows: " + paths;
-    }
+    std::string const paths = PathsIn(place, withHead);
+    bool const areKept = !mustBeThere && paths == before;
+    if (paths != before + "/new;/new;/new;" && !areKept) return "rows: " + paths;
     FlushRows("/next");
-    std::string const next = PathsIn(ReadFile(RowsFile(place)), withHead);
+    std::string const next = PathsIn(place, withHead);
     return If(next != paths + "/next;/next;/next;", "next rows: " + next);
   };
 }
 
-constexpr bool kCopy = false;
-constexpr bool kMove = true;
+constexpr bool kCopy = false, kMove = true;
 
 Operation const kOperations[] = {
     {"stream, new file", Nothing, Writing(CUStream_FileMode_Create),
@@ -336,7 +299,11 @@ Operation const kOperations[] = {
      },
      Transferring(kMove, false, "link"), LinkHarm},
     {"delete a file", MakeBoth, Doing([](auto& place) { CUFile::Delete(place.Path("target")); }),
-     DeletionHarm},
+     [](auto& place) {
+       // A file that the system does not show counts as deleted.
+       if (place.fault.error == ENOENT || "fstatat"s == place.trace.lastFailed) return ""s;
+       return If(place.succeeded == place.Has("target"), "deletion and result");
+     }},
     {"rename a file", MakeSource,
      Doing([](auto& place) { CUFile::Rename(place.Path("source"), Make("target")); }),
      [](auto& place) {
@@ -346,7 +313,11 @@ Operation const kOperations[] = {
      Doing([](auto& place) { CUDirectory::CreateDirectory(place.Path("a/b/c")); }),
      [](auto& place) { return If(place.succeeded && !place.Has("a/b/c"), "not made"); }},
     {"delete a tree", MakeTree,
-     Doing([](auto& place) { CUDirectory::Delete(place.Path("tree"), true); }), TreeHarm},
+     Doing([](auto& place) { CUDirectory::Delete(place.Path("tree"), true); }),
+     [](auto& place) -> std::string {
+       if (place.Contents("source") != kSource) return "a link was followed";
+       return If(place.succeeded && place.Has("tree"), "the tree is there");
+     }},
     {"list a directory", MakeTree, ListTree, Unharmed},
     {"look at a file", MakeSource,
      [](auto& place) {
@@ -360,17 +331,21 @@ Operation const kOperations[] = {
        drive.GetDisplayString();
        return drive.IsReady() && drive.GetTotalSize() > 0 && drive.GetTotalFreeSize() > 0;
      },
-     Unharmed, Retries::No},
+     Unharmed, false},
     {"put into the trash",
      [](auto& place) {
        fs::create_directory(place.At("folder"));
        WriteFile(place.At("folder/old"), kOld);
      },
-     Doing([](auto& place) { CUDirectory::Recycle(place.Path("folder")); }), TrashHarm,
-     Retries::No},
+     Doing([](auto& place) { CUDirectory::Recycle(place.Path("folder")); }), TrashHarm, false},
     {"load a document", [](auto& place) { WriteFile(place.At("xml"), kDocument); }, LoadDocument,
      Unharmed},
-    {"write a document", Nothing, WriteDocument,
+    {"write a document", Nothing,
+     [](auto& place) {
+       CUXmlDomDocumentNode document;
+       document.LoadXml(StreamOf(kDocument));
+       return document.WriteXml(Open(place, "xml", CUStream_FileMode_Create)) == CUResult_Success;
+     },
      [](auto& place) {
        return If(place.succeeded && Loaded(place.Contents("xml")) != Loaded(kDocument), "other");
      }},
@@ -393,10 +368,11 @@ Operation const kOperations[] = {
        StartLog(place);
      },
      Doing(LogNew), NextFileHarm},
-    {"flush the first rows", RemoveRows, Doing([](auto&) { FlushRows("/new"); }), RowsHarm("")},
+    {"flush the first rows", [](auto& place) { fs::remove(RowsFile(place)); },
+     Doing([](auto&) { FlushRows("/new"); }), RowsHarm("")},
     {"flush more rows",
      [](auto& place) {
-       RemoveRows(place);
+       fs::remove(RowsFile(place));
        FlushRows("/old");
      },
      Doing([](auto&) { FlushRows("/new"); }), RowsHarm("/old;/old;/old;")},
@@ -417,13 +393,6 @@ bool IsToAnotherVolume(Operation const& operation) {
   return std::strstr(operation.name, "another volume") != nullptr;
 }
 
-bool HasTwoVolumes() {
-  struct stat here;
-  struct stat there;
-  return stat(UserData().c_str(), &here) == 0 && stat("/dev/shm", &there) == 0 &&
-         here.st_dev != there.st_dev;
-}
-
 // One run; what is wrong after it.
 std::string Try(Operation const& operation, CallFault const& fault, CallTrace* trace) {
   TemporaryFolder const folder, far("/dev/shm");
@@ -439,8 +408,7 @@ std::string Try(Operation const& operation, CallFault const& fault, CallTrace* t
   if (!trace->isPossible) return "";
   if (!threw.empty()) return "threw " + threw;
   if (OpenDescriptors() != descriptors) return "a descriptor is left open";
-  bool const mustSucceed =
-      trace->failed == 0 || (fault.error == EINTR && operation.retries == Retries::Yes);
+  bool const mustSucceed = trace->failed == 0 || (fault.error == EINTR && operation.retries);
   if (mustSucceed && !place.succeeded) return "failed, and need not";
   std::string const harm = operation.harm(place);
   if (!harm.empty()) return harm;
@@ -461,10 +429,12 @@ std::string Try(Operation const& operation, CallFault const& fault, CallTrace* t
 TEST(SystemCallSweep, NoFailureHarms) {
   signal(SIGXFSZ, SIG_IGN);
   PrintFigures("operation | system calls on files | runs with a failure | harm");
-  int allRuns = 0;
-  int allHarmed = 0;
+  int allRuns = 0, allHarmed = 0;
+  struct stat here = {}, there = {};
+  stat(UserData().c_str(), &here);
+  bool const hasTwoVolumes = stat("/dev/shm", &there) == 0 && here.st_dev != there.st_dev;
   for (Operation const& operation : kOperations) {
-    if (IsToAnotherVolume(operation) && !HasTwoVolumes()) {
+    if (IsToAnotherVolume(operation) && !hasTwoVolumes) {
       PrintFigures("%s | | none: no second volume |", operation.name);
       continue;
     }
@@ -473,8 +443,7 @@ TEST(SystemCallSweep, NoFailureHarms) {
     if (!trace.isPossible) GTEST_SKIP() << "the kernel does not let system calls be watched";
     ASSERT_EQ(Try(operation, {}, &trace), "") << operation.name;
     int const calls = trace.calls;
-    int runs = 0;
-    int harmed = 0;
+    int runs = 0, harmed = 0;
     for (bool const isLasting : {false, true}) {
       for (int const error : {EIO, ENOSPC, EACCES, EINTR, EMFILE, ENOENT}) {
         if (isLasting && (error == EINTR || error == ENOENT)) continue;

@@ -12,20 +12,17 @@
 #include "tests/support/CountedObject.h"
 #include "tests/support/Files.h"
 #include "tests/support/LoggingLock.h"
-#include "tests/support/ShortStream.h"
 #include "tests/support/ThrownCode.h"
+#include "tests/support/XmlDocuments.h"
 
 namespace {
 
-auto const kBegin = CUStream_Seek_Origin_Begin;
-auto const kCurrent = CUStream_Seek_Origin_Current;
-auto const kEnd = CUStream_Seek_Origin_End;
-constexpr unsigned long long kMost = ~0ull;
-constexpr unsigned long long kHuge = 1ull << 62;
+auto const kBegin = CUStream_Seek_Origin_Begin, kCurrent = CUStream_Seek_Origin_Current,
+           kEnd = CUStream_Seek_Origin_End;
+constexpr unsigned long long kMost = ~0ull, kHuge = 1ull << 62;
 
 // A stream over memory whose fields are open.
-class OpenStream : public CUMemoryStream {
- public:
+struct OpenStream : CUMemoryStream {
   using CUMemoryStream::CUMemoryStream;
   using CUMemoryStream::operator=;
   using CUStream::readableRange;
@@ -33,7 +30,7 @@ class OpenStream : public CUMemoryStream {
   using CUStream::streamPosition;
 };
 
-std::string Show(_CURange const& range) {
+std::string Tell(_CURange const& range) {
   return std::to_string(range.location) + "+" + std::to_string(range.length);
 }
 
@@ -43,13 +40,9 @@ TEST(CUStream, RefusesEverythingAsUnsignedInt) {
   CUStream stream;
   UInt8 byte = 1;
   CFHolder<CFDataRef> const data(CFDataCreate(nullptr, &byte, 1));
-  EXPECT_EQ(ThrownCode([&] { stream.Read(&byte, 1, 0, kBegin); }), 5u);
   EXPECT_EQ(ThrownCode([&] { stream.WriteCFData(data.Get(), 0, kBegin); }), 5u);
-  EXPECT_EQ(ThrownCode([&] { stream.SetPosition(0); }), 5u);
-  EXPECT_EQ(ThrownCode([&] { stream.Position(); }), 5u);
   EXPECT_EQ(ThrownCode([&] { stream.SetLength(0); }), 5u);
   EXPECT_EQ(stream.WriteCFData(nullptr, 0, kBegin), 0u);
-  EXPECT_FALSE(stream.CanRead() || stream.CanWrite() || stream.CanSeek());
 }
 
 TEST(CUStream, ReadableRangeIsTakenOrRefusedAndBoundsReads) {
@@ -58,14 +51,14 @@ TEST(CUStream, ReadableRangeIsTakenOrRefusedAndBoundsReads) {
   OpenStream stream(bytes, 100, true);
   // The second wraps to 100.
   for (_CURange const& range : {_CURange{30, 70}, {kMost, 101}, {1, kMost}}) {
-    EXPECT_EQ(stream.SetReadaleRange(range), 0u) << Show(range);
-    EXPECT_EQ(Show(stream.readableRange), Show(range));
+    EXPECT_EQ(stream.SetReadaleRange(range), 0u) << Tell(range);
+    EXPECT_EQ(Tell(stream.readableRange), Tell(range));
   }
   for (_CURange const& range : {_CURange{0, 101}, {101, 0}, {kMost, 102}, wrapsNowhere}) {
-    EXPECT_EQ(stream.SetReadaleRange(range), 0x10001u) << Show(range);
+    EXPECT_EQ(stream.SetReadaleRange(range), 0x10001u) << Tell(range);
   }
   stream.ResetReadaleRange();
-  EXPECT_EQ(Show(stream.readableRange), "0+100");
+  EXPECT_EQ(Tell(stream.readableRange), "0+100");
 
   // Nothing outside the range is given, and the far end alone is cut.
   stream.streamPosition = 12;
@@ -83,35 +76,27 @@ TEST(CUStream, ReadableRangeIsTakenOrRefusedAndBoundsReads) {
                  {wraps, 5, -1, kBegin, "0+0"},     {all, kMost, 1, kBegin, rest}};
   for (auto const& [range, size, offset, origin, expected] : cases) {
     stream.readableRange = range;
-    EXPECT_EQ(Show(stream.CalcReadRange(size, offset, origin)), expected)
-        << Show(range) << " size " << size << " offset " << offset << " origin " << origin;
+    EXPECT_EQ(Tell(stream.CalcReadRange(size, offset, origin)), expected)
+        << Tell(range) << " size " << size << " offset " << offset << " origin " << origin;
   }
-}
-
-TEST(CUMemoryStream, ReadsWithinItsRangeAndStaysInPlace) {
-  char text[] = "0123456789";
-  CUMemoryStream stream(text, 10, true);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(ReadText(stream, 3, 0, kCurrent), "012");
-  EXPECT_EQ(ReadText(stream, kMost, -3, kEnd) + ReadText(stream, 5, 10), "789");
-  EXPECT_EQ(stream.Read(nullptr, 5, 0, kBegin), 0u);
-  EXPECT_EQ(stream.SetReadaleRange({4, 4}), 0u);
-  EXPECT_EQ(ReadText(stream, 99, 6) + ReadText(stream, 99, 3), "67");
 }
 
 TEST(CUMemoryStream, OwnsACopyAndBorrowsInPlace) {
   char text[] = "abc";
   CUMemoryStream copy(text, 3, false), inPlace(text, 3, true);
   text[0] = 'x';
-  EXPECT_EQ(ReadText(copy, 3, 0), "abc");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(ReadText(copy, 3, 0, kCurrent), "abc");
+  EXPECT_EQ(copy.Read(nullptr, 5, 0, kBegin), 0u);
   inPlace.UnInit();
-  EXPECT_EQ(ReadText(inPlace, 3, 0), "xbc");
+  EXPECT_EQ(ReadText(inPlace, kMost, -2, kEnd), "bc");
+  EXPECT_EQ(inPlace.SetReadaleRange({1, 1}), 0u);
+  EXPECT_EQ(ReadText(inPlace, 99, 1) + ReadText(inPlace, 1, 0), "b");
   copy.UnInit();
   EXPECT_FALSE(copy.CanRead());
   EXPECT_EQ(std::to_string(copy.Length()) + ReadText(copy, 3, 0), "3");
   void* const null = nullptr;
-  CUMemoryStream ofNone(null, 100, true), copyOfNone(null, 100, false), huge(kHuge);
-  CUMemoryStream hugeCopy(text, kHuge, false), of0(text, 0ull, true);
-  for (auto* stream : {&ofNone, &copyOfNone, &huge, &hugeCopy, &of0}) {
+  CUMemoryStream copyOfNone(null, 100, false), huge(kHuge), hugeCopy(text, kHuge, false);
+  for (auto* stream : {&copyOfNone, &huge, &hugeCopy}) {
     EXPECT_FALSE(stream->CanRead());
     EXPECT_EQ(std::to_string(stream->Length()) + ReadText(*stream, 5, 0), "0");
   }
@@ -119,8 +104,7 @@ TEST(CUMemoryStream, OwnsACopyAndBorrowsInPlace) {
 
 // Red when the code is thrown as another type, a short read passes, or the block leaks.
 TEST(CUMemoryStream, TakesASliceWholeOrFails) {
-  CUSharedPtr<CUStream> const source = new ShortStream("0123456789", 100);
-  CUSharedPtr<CUStream> const slow = new ShortStream("0123456789", 3);
+  CUSharedPtr<CUStream> const source = StreamOf("0123456789"), slow = StreamOf("0123456789", 3);
   CUStream refusing;
   EXPECT_EQ(source->SetReadaleRange({2, 6}), 0u);
   // "thrown" is what a slice that cannot be made throws.
@@ -140,9 +124,9 @@ TEST(CUMemoryStream, TakesASliceWholeOrFails) {
     } catch (unsigned int code) {
       told = code == 5 ? "not supported" : "?";
     }
-    EXPECT_EQ(told, expected) << Show(wanted);
+    EXPECT_EQ(told, expected) << Tell(wanted);
     CUSharedPtr<CUMemoryStream> const made = CUMemoryStream::CreateMemoryStreamPtr(from, range);
-    EXPECT_EQ(made != nullptr, told == "456") << Show(wanted);
+    EXPECT_EQ(made != nullptr, told == "456") << Tell(wanted);
   }
   EXPECT_EQ(CountOf(*source), 1);
 }
@@ -156,7 +140,7 @@ TEST(CUMemoryStream, LocksItsReadsAndResetsOnAssignment) {
   EXPECT_EQ(ReadText(stream, 3, 0), "abc");
   stream = OpenStream(text, 3, false);
   EXPECT_EQ(log.Take(), "lock unlock ~lock");
-  EXPECT_EQ(Show(stream.readableRange), "0+0");
+  EXPECT_EQ(Tell(stream.readableRange), "0+0");
   EXPECT_EQ(stream.Length() + stream.streamPosition, 0u);
   EXPECT_EQ(stream.GetPtr(), text);
 }

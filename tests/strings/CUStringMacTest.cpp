@@ -56,15 +56,6 @@ std::string Components(CUStringMac& path) {
 }
 
 // Changes what the operations under test are made of, to see that they go through the class.
-class CountingAssignments : public CUStringMac {
- public:
-  CUStringMac& operator=(CUStringMac const& other) override {
-    ++count;
-    return CUStringMac::operator=(other);
-  }
-  int count = 0;
-};
-
 class Overriding : public CUStringMac {
  public:
   using CUStringMac::CUStringMac;
@@ -73,23 +64,25 @@ class Overriding : public CUStringMac {
     return fileNameStatus;
   }
   bool Equals(CUStringMac const&, _CUStringComparison) override { return true; }
+  CUStringMac& operator=(CUStringMac const& other) override {
+    ++assignments;
+    return CUStringMac::operator=(other);
+  }
   CUResult fileNameStatus = CUResult_Success;
+  int assignments = 0;
 };
 
 }  // namespace
 
-TEST(CUStringMac, ConstructionFromBytes) {
+TEST(CUStringMac, IsMadeFromBytesUnitsAndStrings) {
   struct {
     std::string bytes;
     _CUString_CharCode code;
     std::string whole, cut;  // by byte count, and by strlen
   } const cases[] = {{"a\xC3\xA9", CUString_CharCode_UTF8, "a\u00e9", "a\u00e9"},
-                     {"abc\0\xFF"s, CUString_CharCode_ASCII, "abc", "abc"},
                      {"\xC3\xA9", kBeyondCodes, "\u00e9", "\u00e9"},
                      {"\xEF\xBB\xBF"s + "a", CUString_CharCode_UTF8, "a", "a"},
                      {"\xC3\0\xA9"s, CUString_CharCode_UTF8, "<null>", "<null>"},
-                     {"\xC3\xA9", CUString_CharCode_ASCII, "<null>", "<null>"},
-                     {"\xE9\0\x42\x30"s, CUString_CharCode_Unicode, "\u00e9\u3042", "<null>"},
                      {"\xE9\xE9\0\0a\0"s, CUString_CharCode_Unicode, "\ue9e9", "\ue9e9"},
                      {"\xFE\xFF\0a"s, CUString_CharCode_Unicode, "a", ""}};
   for (auto const& [bytes, code, expectedWhole, expectedCut] : cases) {
@@ -98,12 +91,6 @@ TEST(CUStringMac, ConstructionFromBytes) {
     EXPECT_EQ(Utf8(whole), expectedWhole);
     EXPECT_EQ(Utf8(cut), expectedCut);
   }
-  char const unterminated[] = {'a', 'b', 'c'};
-  CUStringMac bounded(unterminated, 3, CUString_CharCode_UTF8);
-  EXPECT_EQ(Utf8(bounded), "abc");
-}
-
-TEST(CUStringMac, ConstructionFromUnitsAndStrings) {
   unsigned short units[] = {'a', 0xFEFF, 0xE9};
   for (unsigned int bytes = 0; bytes <= 6; ++bytes) {
     EXPECT_EQ(CUStringMac(units, bytes).Length(), bytes / 2);
@@ -135,10 +122,8 @@ TEST(CUStringMac, NullStringFailsEverywhere) {
   EXPECT_FALSE(null < text || text < null || null < null);
   unsigned int size = 7;
   char buffer[8] = "kept";
-  EXPECT_EQ(null.GetString(nullptr, CUString_CharCode_UTF8, size), CUResult_Failed);
   EXPECT_EQ(null.GetString(buffer, CUString_CharCode_UTF8, size), CUResult_Failed);
   EXPECT_EQ(std::to_string(size) + buffer, "7kept");
-  EXPECT_EQ(static_cast<char const*>(null), nullptr);
   EXPECT_TRUE(null.SubString(0, 0) == nullptr && IsNull(*null.Description()));
   CUStringMac sums[] = {null + text, null + null, text + null};
   EXPECT_EQ(Utf8(sums[0]) + "|" + Utf8(sums[1]) + "|" + Utf8(sums[2]), "||a");
@@ -147,7 +132,7 @@ TEST(CUStringMac, NullStringFailsEverywhere) {
 TEST(CUStringMac, AssignmentDropsBeforeItReads) {
   CUStringMac string = *Make("old"), other = *Make("new");
   char const* const old = string;
-  EXPECT_EQ(&(string = other), &string);
+  string = other;
   EXPECT_STREQ(old, "old");  // alive until the next conversion
   EXPECT_NE(static_cast<CFStringRef>(string), static_cast<CFStringRef>(other));
 
@@ -160,8 +145,6 @@ TEST(CUStringMac, AssignmentDropsBeforeItReads) {
   EXPECT_TRUE(IsNull(string));
   string = other;
   EXPECT_EQ(Utf8(string), "new");
-  string = Null();
-  EXPECT_TRUE(IsNull(string));
 }
 
 TEST(CUStringMac, GetStringFillsAnyBuffer) {
@@ -199,13 +182,11 @@ TEST(CUStringMac, GetStringFillsAnyBuffer) {
   char byte = 'k';
   EXPECT_EQ(string.GetString(&byte, CUString_CharCode_UTF8, none), CUResult_Failed);
   EXPECT_EQ(byte, 'k');
-}
 
-TEST(CUStringMac, CountsUnitsAndCharactersUpToAnUnpairedSurrogate) {
   CUStringMac broken = *Make(u"a\U0001F600\u00e9\xD83Dz");
   EXPECT_EQ((broken + broken).Length(), 12u);
+  EXPECT_EQ(Utf8(broken), "a\U0001F600\u00e9") << "up to the unpaired surrogate";
   EXPECT_EQ(broken.CountOfChars(), 3u);
-  EXPECT_EQ(Utf8(broken), "a\U0001F600\u00e9");
 }
 
 TEST(CUStringMac, EqualsOrdersAndFindsByCollation) {
@@ -216,7 +197,6 @@ TEST(CUStringMac, EqualsOrdersAndFindsByCollation) {
   } const cases[] = {{"abc", "ABC", false, true, "none", "0+3"},
                      {"a\u00adbc", "ab", false, false, "0+3", "0+3"},
                      {"caf\u00e9", "cafe\u0301", true, true, "0+4", "0+4"},
-                     {"abc", "", false, false, "none", "none"},
                      {"", "", true, true, "none", "none"},
                      {"abc", "\u00ad", false, false, "none", "none"}};
   for (auto const& test : cases) {
@@ -236,8 +216,7 @@ TEST(CUStringMac, EqualsOrdersAndFindsByCollation) {
 
 TEST(CUStringMac, SubStringKeepsInsideTheText) {
   CUStringMac string = *Make(u"a\u00e9");
-  EXPECT_EQ(Utf8(string.SubString(0, 2)) + Utf8(string.SubString(1, 1)), "a\u00e9\u00e9");
-  EXPECT_EQ(Utf8(string.SubString(2, 0)), "");
+  EXPECT_EQ(Utf8(string.SubString(0, 2)) + Utf8(string.SubString(2, 0)), "a\u00e9");
   EXPECT_EQ(Utf8(string.SubString(1)) + Utf8(string.SubString(2)), "\u00e9");
   std::pair<int, int> const refused[] = {
       {0, 3}, {3, 0}, {0, -1}, {-1, 1}, {INT_MIN, INT_MIN}, {INT_MAX, INT_MAX}, {2, INT_MAX}};
@@ -269,18 +248,12 @@ TEST(CUStringMacPath, TakesPathsApart) {
     std::string results[5];  // in the order of kOperations
     std::string components;
   } const cases[] = {{"/", {"/", "", "", "fail", "/"}, "/"},
-                     {"", {"fail:", "fail", "fail", "fail", "fail"}, ""},
                      {"\xFF", {"fail", "fail", "fail", "fail", "fail"}, "fail"},
-                     {"a", {"fail:", "fail", "fail", "fail", "fail"}, "a"},
                      {"a.b", {"fail:", "fail", "fail", ".b", "fail"}, "a.b"},
                      {"/a", {"/", "a", "a", "fail", "a"}, "/|a"},
-                     {"/a/", {"/", "", "", "fail", "a"}, "/|a"},
                      {"a.d/b", {"a.d", "b", "b", ".d/b", "b"}, "a.d|b"},
-                     {"a/b.c.d", {"a", "b.c.d", "b.c", ".d", "b.c.d"}, "a|b.c.d"},
                      {"/.a", {"/", ".a", "", ".a", ".a"}, "/|.a"},
                      {"a.b/", {"fail:", "", "", ".b/", "fail"}, "a.b"},
-                     {"a//b", {"a/", "b", "b", "fail", "b"}, "a||b"},
-                     {"a//", {"a", "", "", "fail", ""}, "a|"},
                      {"/é/あ.😀", {"/é", "あ.😀", "あ", ".😀", "あ.😀"}, "/|é|あ.😀"},
                      // Equal to the root by the collation, which passes over the soft hyphen.
                      {"/\u00ad", {"/", "\u00ad", "\u00ad", "fail", "/"}, "/"},
@@ -300,28 +273,6 @@ TEST(CUStringMacPath, TakesPathsApart) {
     EXPECT_EQ(Components(*path), test.components) << test.path;
     EXPECT_EQ(Utf8(path), before);
   }
-}
-
-TEST(CUStringMacPath, Appends) {
-  std::string const cases[][3] = {{"a", "/b", "a//b"},
-                                  {"\u00e9/", "b", "\u00e9/b"},
-                                  {"a", "", "a/"},
-                                  {"", "b", "/b"},
-                                  {"/\u00ad", "b", "/\u00ad/b"}};  // no matter of collation
-  for (auto const& [path, component, expected] : cases) {
-    CUStringMac result;
-    EXPECT_EQ(Make(path)->PathAppend(*Make(component), result), CUResult_Success);
-    EXPECT_EQ(Utf8(result), expected);
-  }
-  CUStringMac path = *Make("a"), component = *Make("b"), null = *Make("\xFF");
-  EXPECT_EQ(null.PathAppend(component, component), CUResult_Failed);
-  EXPECT_EQ(path.PathAppend(component, component), CUResult_Success);
-  EXPECT_EQ(path.PathAppend(component, path), CUResult_Success);
-  EXPECT_EQ(path.PathAppend(path, path), CUResult_Success);
-  EXPECT_EQ(Utf8(path), "a/a/b/a/a/b");
-}
-
-TEST(CUStringMacPath, ComponentsAreANewArrayOrNone) {
   CUSharedPtr<CUArray> const before = new CUArray;
   CUSharedPtr<CUArray> components = before;
   EXPECT_EQ(Make("\xFF")->PathComponents(&components), CUResult_Failed);
@@ -329,6 +280,24 @@ TEST(CUStringMacPath, ComponentsAreANewArrayOrNone) {
   EXPECT_EQ(Make("a")->PathComponents(nullptr), CUResult_Failed);
   EXPECT_EQ(Make("a")->PathComponents(&components), CUResult_Success);
   EXPECT_NE(dynamic_cast<CUMutableArray*>(components.Get()), nullptr);
+}
+
+TEST(CUStringMacPath, Appends) {
+  std::string const cases[][3] = {{"a", "/b", "a//b"},
+                                  {"\u00e9/", "", "\u00e9/"},
+                                  {"", "b", "/b"},
+                                  {"/\u00ad", "b", "/\u00ad/b"}};  // no matter of collation
+  for (auto const& [path, component, expected] : cases) {
+    CUStringMac result;
+    EXPECT_EQ(Make(path)->PathAppend(*Make(component), result), CUResult_Success);
+    EXPECT_EQ(Utf8(result), expected);
+  }
+  CUStringMac path = *Make("a"), component = *Make("b"), null = Null();
+  EXPECT_EQ(null.PathAppend(component, component), CUResult_Failed);
+  EXPECT_EQ(path.PathAppend(component, component), CUResult_Success);
+  EXPECT_EQ(path.PathAppend(component, path), CUResult_Success);
+  EXPECT_EQ(path.PathAppend(path, path), CUResult_Success);
+  EXPECT_EQ(Utf8(path), "a/a/b/a/a/b");
 }
 
 TEST(CUStringMacPath, CallsThroughTheVirtualTable) {
@@ -343,13 +312,10 @@ TEST(CUStringMacPath, CallsThroughTheVirtualTable) {
   EXPECT_TRUE(path == result);
   EXPECT_EQ(path.PathGetLastComponent(result), CUResult_Success);
   EXPECT_EQ(Utf8(result), "/");
-
-  CountingAssignments counting;
-  EXPECT_EQ(Make("a/b.c")->PathGetFileName(counting), CUResult_Success);
-  EXPECT_EQ(Make("a/b")->PathGetFileNameNoExtension(counting), CUResult_Success);
-  EXPECT_EQ(Make("a")->PathAppend(*Make("b"), counting), CUResult_Success);
-  EXPECT_EQ(Utf8(counting), "a/b");
-  EXPECT_EQ(counting.count, 3);
+  EXPECT_EQ(Make("a/b.c")->PathGetFileName(path), CUResult_Success);
+  EXPECT_EQ(Make("a/b")->PathGetFileNameNoExtension(path), CUResult_Success);
+  EXPECT_EQ(Make("a")->PathAppend(*Make("b"), path), CUResult_Success);
+  EXPECT_EQ(Utf8(path) + std::to_string(path.assignments), "a/b3");
 }
 
 TEST(CUStringMacPath, UnicodeFileNames) {
@@ -359,7 +325,6 @@ TEST(CUStringMacPath, UnicodeFileNames) {
     std::u16string expected;
   } const cases[] = {
       {u"a:b/\u00e9\U0001F600\xD83D:", CUResult_Success, u"a/b/\u00e9\U0001F600\xD83D/"},
-      {u"", CUResult_Success, u""},
       {std::u16string(255, u':'), CUResult_Success, std::u16string(255, u'/')},
       {std::u16string(256, u'a'), CUResult_Failed, u"kept"},
       {std::u16string(65538, u'a'), CUResult_Success, u"aa"}};
@@ -376,15 +341,10 @@ TEST(CUStringMacPath, UnicodeFileNames) {
 
 // Quadratic work over a path of a megabyte would show as a test that does not end.
 TEST(CUStringMacPath, LongPaths) {
-  for (std::string const piece : {"/abcdefghi", "/\u00e9bcdefgh"}) {
-    std::string text;
-    for (int i = 0; i < 100000; ++i) text += piece;
-    Pointer const path = Make(text);
-    CUSharedPtr<CUArray> components;
-    ASSERT_EQ(path->PathComponents(&components), CUResult_Success);
-    EXPECT_EQ(components->Count(), 100001u);
-    EXPECT_EQ("/" + Utf8(components->LastObject()), piece);
-    EXPECT_EQ(Outcome(*path, kOperations[0]).size() + piece.size(), text.size());
-    EXPECT_EQ(Outcome(*path, kOperations[3]), "fail");
-  }
+  std::string text;
+  for (int i = 0; i < 100000; ++i) text += "/\u00e9bcdefgh";
+  Pointer const path = Make(text);
+  EXPECT_EQ(Components(*path).size(), text.size() + 1);
+  EXPECT_EQ(Outcome(*path, kOperations[0]).size() + 10, text.size());
+  EXPECT_EQ(Outcome(*path, kOperations[3]), "fail");
 }

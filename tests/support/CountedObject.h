@@ -1,24 +1,35 @@
 #pragma once
 
-// An object that counts its lives and tells of its death.
+// Objects that tell of their lives.
 
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "QuillmereLib/core/CUObject.h"
-#include "tests/support/EventLog.h"
+#include "QuillmereLib/strings/CUStringMac.h"
+
+// What happened, in order: the text of it is the assertion.
+class EventLog {
+ public:
+  void Add(std::string const& event) { m_text += (m_text.empty() ? "" : " ") + event; }
+
+  // Everything since the last call, with blanks between.
+  std::string Take() { return std::exchange(m_text, std::string()); }
+
+ private:
+  std::string m_text;
+};
 
 class CountedObject : public CUObject {
  public:
   explicit CountedObject(int value = 0, EventLog* log = nullptr) : m_value(value), m_log(log) {
     ++Live;
   }
-  CountedObject(CountedObject const& other)
-      : CUObject(other), m_value(other.m_value), m_log(other.m_log) {
-    ++Live;
-  }
+  CountedObject(CountedObject const& other) : CountedObject(other.m_value, other.m_log) {}
   CountedObject& operator=(CountedObject const&) = default;
   ~CountedObject() override {
     --Live;
@@ -32,6 +43,19 @@ class CountedObject : public CUObject {
  private:
   int m_value;
   EventLog* m_log;  // borrowed
+};
+
+// Does something as it dies, and describes itself by whatever a function gives.
+struct Scripted : CUObject {
+  explicit Scripted(std::function<CUSharedPtr<CUStringMac>()> text, std::function<void()> end = {})
+      : description(std::move(text)), atDeath(std::move(end)) {}
+  ~Scripted() override {
+    if (atDeath) atDeath();
+  }
+  CUSharedPtr<CUStringMac> Description() override { return description(); }
+
+  std::function<CUSharedPtr<CUStringMac>()> const description;
+  std::function<void()> const atDeath;
 };
 
 // How many pointers hold an object. Its count is the field behind the pointer to the virtual table.

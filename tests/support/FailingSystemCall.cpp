@@ -100,15 +100,11 @@ bool Fails(seccomp_data const& data, CallFault const& fault, CallTrace* trace) {
   char const* name = "";
   for (Kind const& each : kKinds) {
     for (Call const& call : each.calls) {
-      if (call.number != data.nr) continue;
-      kind = &each;
-      name = call.name;
+      if (call.number == data.nr) kind = &each, name = call.name;
     }
   }
-  bool const canFail = fault.error == 0 || (kind->errors & BitOf(fault.error)) != 0;
-  if (!canFail || (kind->takesDescriptor && !IsOfFile(static_cast<int>(data.args[0])))) {
-    return false;
-  }
+  if (fault.error != 0 && (kind->errors & BitOf(fault.error)) == 0) return false;
+  if (kind->takesDescriptor && !IsOfFile(static_cast<int>(data.args[0]))) return false;
   ++trace->calls;
   if (fault.error == 0) return false;
   if (fault.isLasting ? trace->calls < fault.nth : trace->calls != fault.nth) return false;
@@ -138,6 +134,16 @@ bool Answer(int listener, CallFault const& fault, CallTrace* trace) {
 }
 
 }  // namespace
+
+bool DenyCall(unsigned call, unsigned error) {
+  sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  sock_fprog const filter = {4, program};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
 
 CallTrace RunWithFault(CallFault const& fault, std::function<void()> const& work) {
   CallTrace trace;

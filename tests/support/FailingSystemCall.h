@@ -1,6 +1,6 @@
 #pragma once
 
-// Makes system calls on files fail at a chosen moment, in whatever library they are made.
+// Makes system calls fail, in whatever library they are made.
 
 #include <functional>
 
@@ -22,3 +22,7 @@ struct CallTrace {
 // that it starts. Which call can fail with which error is as the manual pages have it. A close that
 // fails has closed.
 CallTrace RunWithFault(CallFault const& fault, std::function<void()> const& work);
+
+// From now on the call fails with `error`, as on a system that lacks it; call it in a child, since
+// the process stays so. False where the system lets no call be denied.
+bool DenyCall(unsigned call, unsigned error);

@@ -2,6 +2,7 @@
 
 // Runs what would spoil this process (limits, another user, deliberate leaks) in a child of it.
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,6 +41,16 @@ std::string InChild(Work const& work) {
   waitpid(child, &status, 0);
   if (WIFSIGNALED(status)) return text + " signal " + std::to_string(WTERMSIG(status));
   return WEXITSTATUS(status) == 0 ? text : text + " exit " + std::to_string(WEXITSTATUS(status));
+}
+
+// The same, with the expectations of `work`, which gives nothing or the reason to skip the test;
+// "failed" if an expectation did.
+template <class Work>
+std::string ChecksInChild(Work const& work) {
+  return InChild([&work] {
+    std::string const skipped = work();
+    return testing::Test::HasFailure() ? "failed" : skipped;
+  });
 }
 
 // Becomes the user who owns nothing; false where that is not allowed.

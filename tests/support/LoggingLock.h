@@ -3,7 +3,7 @@
 // A lock that only tells of its use, and throws an int where it is told to.
 
 #include "QuillmereLib/core/CULock.h"
-#include "tests/support/EventLog.h"
+#include "tests/support/CountedObject.h"
 
 class LoggingLock : public CULockAbstract {
  public:

@@ -4,30 +4,24 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <string>
 
 class TimeZoneVariable {
  public:
   explicit TimeZoneVariable(char const* value) {
-    char const* const before = std::getenv("TZ");
-    m_wasSet = before != nullptr;
-    if (m_wasSet) m_before = before;
+    if (char const* const before = std::getenv("TZ")) m_before = before;
     Set(value);
   }
   TimeZoneVariable(TimeZoneVariable const&) = delete;
   TimeZoneVariable& operator=(TimeZoneVariable const&) = delete;
-  ~TimeZoneVariable() { Set(m_wasSet ? m_before.c_str() : nullptr); }
+  ~TimeZoneVariable() { Set(m_before ? m_before->c_str() : nullptr); }
 
   static void Set(char const* value) {
-    if (value == nullptr) {
-      unsetenv("TZ");
-    } else {
-      setenv("TZ", value, 1);
-    }
+    value == nullptr ? unsetenv("TZ") : setenv("TZ", value, 1);
     tzset();
   }
 
  private:
-  bool m_wasSet;
-  std::string m_before;
+  std::optional<std::string> m_before;
 };

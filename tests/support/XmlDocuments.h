@@ -1,12 +1,13 @@
 #pragma once
 
-// Documents in one line of text, to and from trees.
+// Documents in one line of text, to and from trees, and streams in memory.
 
+#include <algorithm>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "QuillmereLib/xml/CUXmlDomDocumentNode.h"
-#include "tests/support/ShortStream.h"
 #include "tests/support/Strings.h"
 
 inline CUSharedPtr<CUXmlDomElementNode> ElementNode(std::string const& name) {
@@ -61,6 +62,43 @@ inline std::string ShowAll(CUArray& objects) {
   }
   return shown;
 }
+
+// Over bytes in memory, of which it moves at most so many a call, in either direction.
+class ShortStream : public CUStream {
+ public:
+  ShortStream(std::string bytes, unsigned long long most)
+      : m_bytes(std::move(bytes)), m_most(most) {
+    streamLength = m_bytes.size();
+    readableRange = {0, streamLength};
+    streamPosition = 1;  // which must not matter
+  }
+
+  bool CanRead() override { return true; }
+  bool CanWrite() override { return true; }
+
+  unsigned long long Read(unsigned char* buffer, unsigned long long size, long long offset,
+                          CUStream_Seek_Origin origin) override {
+    _CURange const range = CalcReadRange(std::min(size, m_most), offset, origin);
+    if (buffer == nullptr || range.length == 0) return 0;
+    std::copy_n(m_bytes.begin() + static_cast<std::ptrdiff_t>(range.location), range.length,
+                buffer);
+    return range.length;
+  }
+
+  // Appends, wherever the call says.
+  unsigned long long Write(unsigned char* buffer, unsigned long long size, long long,
+                           CUStream_Seek_Origin) override {
+    unsigned long long const count = std::min(size, m_most);
+    m_bytes.append(buffer, buffer + count);
+    streamLength = m_bytes.size();
+    return count;
+  }
+  std::string const& Bytes() const { return m_bytes; }
+
+ private:
+  std::string m_bytes;
+  unsigned long long m_most;
+};
 
 constexpr unsigned long long kAllAtOnce = ~0ull;
 
