@@ -119,12 +119,20 @@ void MeasureWriting(char const* name, Load load, Write write) {
   });
 }
 
+// Several documents, one behind the other: a single one can find the memory that another library
+// has just left, and takes half the time then.
+template <class Load>
+void MeasureLoading(char const* name, Load load) {
+  constexpr double kSeconds = 0.5;
+  Measure(name, load)->MinTime(kSeconds);
+}
+
 void RegisterAll() {
-  Measure("xml/load/quillmere", Load);
-  Measure("xml/load/qdomdocument", LoadQt);
-  Measure("xml/load/poco_dom", LoadPoco);
-  Measure("xml/load/libxml2_tree", LoadLibxml);
-  Measure("xml/load/expat_alone", ParseWithExpat);
+  MeasureLoading("xml/load/quillmere", Load);
+  MeasureLoading("xml/load/qdomdocument", LoadQt);
+  MeasureLoading("xml/load/poco_dom", LoadPoco);
+  MeasureLoading("xml/load/libxml2_tree", LoadLibxml);
+  MeasureLoading("xml/load/expat_alone", ParseWithExpat);
 
   MeasureWriting("xml/write/quillmere", Load, [](auto& document) {
     CUSharedPtr<CountingStream> const stream = new CountingStream;
