@@ -47,7 +47,7 @@ Numbers NumbersOf(CUArray& array) {
 TEST(CUMutableArray, ChangesWhereItIsTold) {
   auto const array = ArrayOfNumbers({2, 3});
   Object const one = new CountedObject(1);
-  for (unsigned long const place : {0, 3, 2}) array->InsertObjectAtIndex(one, place);
+  for (unsigned long const place : {0ul, 3ul, 2ul}) array->InsertObjectAtIndex(one, place);
   for (unsigned long const beyond : {6ul, ~0ul}) {
     array->InsertObjectAtIndex(one, beyond);
     array->RemoveObjectAtIndex(beyond - 1);
