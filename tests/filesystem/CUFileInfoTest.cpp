@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <tuple>
+#include <vector>
 
 #include "QuillmereLib/filesystem/CUDirectory.h"
 #include "QuillmereLib/filesystem/CUFile.h"
@@ -41,6 +43,30 @@ std::string Tree(std::string const& folder) {
 }
 
 }  // namespace
+
+// How paths are followed is the platform's.
+TEST_F(CUFileInfoTest, TellsFilesFromDirectories) {
+  fs::create_directory(base + "dir");
+  for (char const* const name : {"file", "dir/a:b"}) WriteFile(base + name, "");
+  for (std::string const name : {"file", "dir", "nowhere"}) {
+    fs::create_symlink(name, base + "to-" + name);
+  }
+  ASSERT_EQ(mkfifo((base + "fifo").c_str(), 0600), 0);
+  // Whether they are files, whether directories, and the paths of which that is told.
+  std::tuple<bool, bool, std::vector<std::string>> const cases[] = {
+      {true, false, {base + "file", base + "dir/a:b", base + "to-file", base + "fifo"}},
+      {false, true, {base + "dir/", base + "to-dir", "/"}},
+      {false,
+       false,
+       {base + "dir/a/b", base + "to-nowhere", base + "file/", base + std::string(300, 'n'),
+        base + std::string(5000, '/') + "dir", "", "\xFF"}}};
+  for (auto const& [isFile, isDirectory, paths] : cases) {
+    for (std::string const& path : paths) {
+      EXPECT_EQ(CUFile::Exists(Make(path)), isFile) << path.substr(0, 80);
+      EXPECT_EQ(CUDirectory::Exists(Make(path)), isDirectory) << path.substr(0, 80);
+    }
+  }
+}
 
 TEST_F(CUFileInfoTest, DeletesFilesAndLinksAlone) {
   fs::create_directory(base + "dir");
