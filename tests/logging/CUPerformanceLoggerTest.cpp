@@ -1,3 +1,4 @@
+#include <Workspace.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -121,7 +122,13 @@ TEST_F(CUPerformanceLoggerTest, WritesTimesToTheMillisecond) {
     std::string const rows = ReadFile(m_stab);
     return rows.substr(rows.rfind("\"SUCCESS\""));
   };
-  EXPECT_EQ(rowOf(std::chrono::system_clock::now() - 100h - 59min).substr(66, 7), "100:59:");
+  std::string row;
+  std::chrono::system_clock::time_point now;
+  do {
+    now = std::chrono::system_clock::now();
+    row = rowOf(now - 100h - 3599999ms - 600us);
+  } while (std::chrono::system_clock::now() - now > 300us);
+  EXPECT_EQ(row.substr(66, 13), "100:59:59.999") << row;
   // A part of a millisecond is cut off, not rounded.
   EXPECT_EQ(rowOf(std::chrono::system_clock::from_time_t(1794679867) + 45999us).substr(0, 40),
             "\"SUCCESS\",\"'2026/11/14 23:41:07.045\",\"'2");
@@ -242,4 +249,17 @@ TEST_F(CUPerformanceLoggerTest, IsOneAndWritesAtTheEndOfTheProcess) {
   fs::remove_all(m_data);
   EXPECT_EQ(InChild([&] { return useUntilExit(false); }), "");
   EXPECT_FALSE(fs::exists(m_data));
+}
+
+TEST(ApplicationSupportPath, FollowsTheDesktopConvention) {
+  char const* const cases[][2] = {
+      {"/data", "/data"}, {"data", "/home/.local/share"}, {"", "/home/.local/share"}};
+  for (auto const& [data, expected] : cases) {
+    EXPECT_EQ(InChild([&, data = data] {
+                setenv("XDG_DATA_HOME", data, 1);
+                setenv("HOME", "/home", 1);
+                return std::string(WorkspaceCopyApplicationSupportPath());
+              }),
+              expected);
+  }
 }
