@@ -17,8 +17,8 @@ struct FreeBlock {
   void operator()(char* block) const { std::free(block); }
 };
 
-// A new platform string with the text of `source`; null for null. The format makes it independent
-// of the source, where the platform's own copy would only share it.
+// A platform string with the text of `source`; null for null. The format makes it independent of
+// the source, unless that is a constant, where the platform's own copy would only share it.
 CFStringRef CopyText(CFStringRef source) {
   if (source == nullptr) return nullptr;
   return CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@"), source);

@@ -53,8 +53,8 @@ CF_EXPORT CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, Uni
                                                    CFIndex count);
 
 // A string from a format. The one that is known is "%@", which makes an independent copy of its
-// argument, a CFStringRef, in one allocation (null reads "(null)"); any other gives null. `options`
-// is ignored.
+// argument, a CFStringRef, in one allocation (null reads "(null)"); any other gives null. A
+// constant is given as it is, since it outlives all copies. `options` is ignored.
 CF_INSIDE CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef options,
                                                CFStringRef format, ...);
 

@@ -7,7 +7,8 @@
 typedef struct __CFTree* CFTreeRef;
 
 // Makes `newChild`, which must not stand in any tree yet, the last child of `tree`, which retains
-// it, and which must not come from a document. Takes constant time and never fails.
+// it, and which must not come from a document. Takes constant time and never fails. Does nothing
+// where `tree` comes from a document and is not an element of it, or its top.
 CF_INSIDE void CFTreeAppendChild(CFTreeRef tree, CFTreeRef newChild);
 
 // The number of children.
