@@ -78,12 +78,15 @@ CUMutableDictionary::~CUMutableDictionary() = default;
 
 void CUMutableDictionary::SetObjectForKey(CUSharedPtr<CUObject> object,
                                           CUSharedPtr<CUStringMac> key) {
-  if (key == nullptr) return;
+  if (key != nullptr) Set(*key, std::move(object));
+}
+
+void CUMutableDictionary::Set(CUStringMac const& key, CUSharedPtr<CUObject> object) {
   // Made apart, so that a key without text for lack of memory never gets among the others. Where
   // the key is there already, the new value goes in its place.
   Entries added;
-  auto const entry = added.emplace(*key, std::move(object)).first;
-  CheckCopy(entry->first, *key);
+  auto const entry = added.emplace(key, std::move(object)).first;
+  CheckCopy(entry->first, key);
   auto inserted = m_map.insert(added.extract(entry));
   if (!inserted.inserted) std::swap(inserted.position->second, inserted.node.mapped());
 }

@@ -74,4 +74,10 @@ class QUILLMERE_API CUMutableDictionary : public CUDictionary {
   void RemoveObjectForKey(CUSharedPtr<CUStringMac> key);
 
   void RemoveAllObjects();
+
+ private:
+  friend class CUXmlDomLoader;
+
+  // SetObjectForKey, of a key that is only lent.
+  void Set(CUStringMac const& key, CUSharedPtr<CUObject> object);
 };

@@ -38,9 +38,17 @@ void TextBuilder::AppendDescription(CUObject* object) {
   }
 }
 
-CUSharedPtr<CUStringMac> TextBuilder::Text() const {
+CUSharedPtr<CUStringMac> TextBuilder::Text() const { return Join(m_pieces.Get()); }
+
+CUSharedPtr<CUStringMac> TextBuilder::Join(void const** pieces, CFIndex count) {
+  CFHolder<CFArrayRef> const array(CFArrayCreate(kCFAllocatorDefault, pieces, count, nullptr));
+  if (!array) throw std::bad_alloc();
+  return Join(array.Get());
+}
+
+CUSharedPtr<CUStringMac> TextBuilder::Join(CFArrayRef pieces) {
   CFHolder<CFStringRef> text(
-      CFStringCreateByCombiningStrings(kCFAllocatorDefault, m_pieces.Get(), CFSTR("")));
+      CFStringCreateByCombiningStrings(kCFAllocatorDefault, pieces, CFSTR("")));
   if (!text) throw std::bad_alloc();
   auto result =
       CUSharedPtr<CUStringMac>::OfNew(new CUStringMac(nullptr, CUStringMac::Adopted::yes));

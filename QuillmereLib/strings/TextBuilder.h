@@ -25,6 +25,11 @@ class TextBuilder {
   // A new string of all pieces so far.
   CUSharedPtr<CUStringMac> Text() const;
 
+  // A new string of `count` platform strings, which are only lent.
+  static CUSharedPtr<CUStringMac> Join(void const** pieces, CFIndex count);
+
  private:
+  static CUSharedPtr<CUStringMac> Join(CFArrayRef pieces);
+
   CFHolder<CFMutableArrayRef> m_pieces;
 };

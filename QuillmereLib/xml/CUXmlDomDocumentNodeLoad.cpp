@@ -46,63 +46,38 @@ CFXMLNodeRef ChildNode(CFTreeRef tree, CFIndex index) {
   return CFXMLTreeGetNode(CFTreeGetChildAtIndex(tree, index));
 }
 
-// What the children of an element are, as far as the merge of its text is concerned.
-struct Content {
-  explicit Content(CFTreeRef tree) : childCount(CFTreeGetChildCount(tree)) {
-    for (CFIndex i = 0; i < childCount; ++i) {
-      CFXMLNodeTypeCode const type = CFXMLNodeGetTypeCode(ChildNode(tree, i));
-      if (type == kCFXMLNodeTypeText) ++textCount;
-      if (type == kCFXMLNodeTypeEntityReference) ++referenceCount;
-    }
+// Whether an element holds text and references alone, as most with text do.
+bool IsText(CFTreeRef tree) {
+  CFIndex const count = CFTreeGetChildCount(tree);
+  for (CFIndex i = 0; i < count; ++i) {
+    CFXMLNodeTypeCode const type = CFXMLNodeGetTypeCode(ChildNode(tree, i));
+    if (type != kCFXMLNodeTypeText && type != kCFXMLNodeTypeEntityReference) return false;
   }
-
-  // Text and references alone, as in most elements with text.
-  bool IsText() const { return childCount != 0 && textCount + referenceCount == childCount; }
-
-  // Whether the merge would leave all as it is, but for a copy in place of the one text node.
-  bool IsMerged() const { return textCount <= 1 && referenceCount == 0; }
-
-  CFIndex childCount;
-  CFIndex textCount = 0;
-  CFIndex referenceCount = 0;
-};
-
-// The merged text of an element that holds text and references alone; null if one of these is not
-// predefined.
-CUSharedPtr<CUStringMac> MergedText(CFTreeRef tree, Content const& content) {
-  if (content.childCount == 1 && content.textCount == 1) {
-    return NewString(CFXMLNodeGetString(ChildNode(tree, 0)));
-  }
-  TextBuilder text;
-  for (CFIndex i = 0; i < content.childCount; ++i) {
-    CFXMLNodeRef const node = ChildNode(tree, i);
-    CFStringRef piece = CFXMLNodeGetString(node);
-    if (CFXMLNodeGetTypeCode(node) == kCFXMLNodeTypeEntityReference) piece = CharacterOf(piece);
-    if (piece == nullptr) return nullptr;
-    text.Append(piece);
-  }
-  return text.Text();
+  return count != 0;
 }
 
-// The strings of attribute names. A document has few, and the platform may hand out one string many
-// times: those that came last are kept, one a place, for as long as the platform's tree lives.
-class KeyStrings {
+// What was made of the platform's strings. A document has few names, and the platform hands out one
+// string many times: what was made last is kept, one a place, for as long as its tree lives.
+template <class Made>
+class RecentlyMade {
  public:
-  CUSharedPtr<CUStringMac> const& For(CFStringRef name) {
-    Recent& recent = m_recent[reinterpret_cast<std::uintptr_t>(name) / 16 % std::size(m_recent)];
-    if (recent.name != name) {
-      recent.string = NewString(name);
-      recent.name = name;
+  // What `make` makes of a string, or made of it before; the default for null.
+  template <class Make>
+  Made const& Of(CFStringRef string, Make make) {
+    Place& place = m_places[reinterpret_cast<std::uintptr_t>(string) / 16 % std::size(m_places)];
+    if (place.string != string) {
+      place.made = make(string);
+      place.string = string;
     }
-    return recent.string;
+    return place.made;
   }
 
  private:
-  struct Recent {
-    CFStringRef name = nullptr;
-    CUSharedPtr<CUStringMac> string;
+  struct Place {
+    CFStringRef string = nullptr;
+    Made made = {};
   };
-  Recent m_recent[64];
+  Place m_places[64];
 };
 
 // Looks at all children first and then moves those that stay in one pass, so that the work is in
@@ -151,11 +126,13 @@ unsigned int CombineText(CUXmlDomDocumentNode& document, CUMutableArray& childre
   return sawUnknownEntity ? CUResult_Failed : CUResult_Success;
 }
 
+}  // namespace
+
 // Makes nodes of the platform's trees. Each operation appends the node of `tree`, with its subtree,
 // to `children`, and tells whether it could.
-class NodeMaker {
+class CUXmlDomLoader {
  public:
-  explicit NodeMaker(CUXmlDomDocumentNode& document) : m_document(document) {}
+  explicit CUXmlDomLoader(CUXmlDomDocumentNode& document) : m_document(document) {}
 
   // All of the children of `tree`, up to the first that fails.
   unsigned int AddChildren(CFTreeRef tree, CUMutableArray& children);
@@ -167,16 +144,17 @@ class NodeMaker {
   unsigned int AddReference(CFTreeRef tree, CUMutableArray& children);
 
   // One of them by itself, which fails where there is nothing to work on.
-  using Operation = unsigned int (NodeMaker::*)(CFTreeRef, CUMutableArray&);
+  using Operation = unsigned int (CUXmlDomLoader::*)(CFTreeRef, CUMutableArray&);
   static unsigned int Do(Operation operation, CUXmlDomDocumentNode& document, CFTreeRef tree,
                          CUSharedPtr<CUMutableArray> const& children) {
     if (tree == nullptr || children == nullptr) return CUResult_Failed;
-    return (NodeMaker(document).*operation)(tree, *children);
+    return (CUXmlDomLoader(document).*operation)(tree, *children);
   }
 
  private:
   unsigned int SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attributes);
   unsigned int AddContent(CFTreeRef tree, CUMutableArray& children);
+  CUSharedPtr<CUStringMac> MergedText(CFTreeRef tree);
 
   // The end of each: `node` is null where it could not be made.
   template <class Node>
@@ -186,11 +164,21 @@ class NodeMaker {
     return CUResult_Success;
   }
 
+  // What of an element's children calls for a merge.
+  struct Pieces {
+    bool CanStay() const { return texts <= 1 && references == 0; }
+    std::size_t texts = 0;
+    std::size_t references = 0;
+  };
+
   CUXmlDomDocumentNode& m_document;
-  KeyStrings m_keys;
+  RecentlyMade<CUSharedPtr<CUStringMac>> m_keys;
+  RecentlyMade<CFStringRef> m_characters;
+  Pieces m_pieces;                    // of the element that is being filled
+  std::vector<void const*> m_merged;  // texts, lent
 };
 
-unsigned int NodeMaker::AddChildren(CFTreeRef tree, CUMutableArray& children) {
+unsigned int CUXmlDomLoader::AddChildren(CFTreeRef tree, CUMutableArray& children) {
   CFIndex const count = CFTreeGetChildCount(tree);
   if (count < 1) return CUResult_Success;
   // Only at first: a document that is loaded into again and again must not grow by exact steps.
@@ -206,7 +194,7 @@ unsigned int NodeMaker::AddChildren(CFTreeRef tree, CUMutableArray& children) {
   return status;
 }
 
-unsigned int NodeMaker::Add(CFTreeRef tree, CUMutableArray& children) {
+unsigned int CUXmlDomLoader::Add(CFTreeRef tree, CUMutableArray& children) {
   CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
   if (node == nullptr) return CUResult_Failed;
   switch (CFXMLNodeGetTypeCode(node)) {
@@ -224,9 +212,10 @@ unsigned int NodeMaker::Add(CFTreeRef tree, CUMutableArray& children) {
 }
 
 // Sets the attributes of the platform's dictionary.
-unsigned int NodeMaker::SetAttributes(CUXmlDomElementNode& element, CFDictionaryRef attributes) {
+unsigned int CUXmlDomLoader::SetAttributes(CUXmlDomElementNode& element,
+                                           CFDictionaryRef attributes) {
   constexpr std::size_t kFew = 16;
-  void const* few[2 * kFew] = {};
+  void const* few[2 * kFew];
   std::vector<void const*> many;
   auto const count = static_cast<std::size_t>(CFDictionaryGetCount(attributes));
   if (count > kFew) many.resize(2 * count);
@@ -234,15 +223,14 @@ unsigned int NodeMaker::SetAttributes(CUXmlDomElementNode& element, CFDictionary
   void const** const values = keys + count;
   CFDictionaryGetKeysAndValues(attributes, keys, values);
   for (std::size_t i = 0; i < count; ++i) {
-    unsigned int const status =
-        element.SetAttribute(m_keys.For(static_cast<CFStringRef>(keys[i])),
-                             NewString(static_cast<CFStringRef>(values[i])));
-    if (CUFailed(status)) return status;
+    auto const& key = m_keys.Of(static_cast<CFStringRef>(keys[i]), NewString);
+    if (key == nullptr) return CUResult_Failed;
+    element.attributes->Set(*key, NewString(static_cast<CFStringRef>(values[i])));
   }
   return CUResult_Success;
 }
 
-unsigned int NodeMaker::AddElement(CFTreeRef tree, CUMutableArray& children) {
+unsigned int CUXmlDomLoader::AddElement(CFTreeRef tree, CUMutableArray& children) {
   CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
   if (node == nullptr) return CUResult_Failed;
   CFStringRef const name = CFXMLNodeGetString(node);
@@ -253,30 +241,48 @@ unsigned int NodeMaker::AddElement(CFTreeRef tree, CUMutableArray& children) {
   if (element == nullptr) return CUResult_Failed;
   unsigned int status = CUResult_Success;
   if (info->attributes != nullptr) status = SetAttributes(*element, info->attributes);
-  if (!CUFailed(status)) status = AddContent(tree, *element->GetChildNodes());
+  if (!CUFailed(status)) status = AddContent(tree, *element->childNodes);
   if (CUFailed(status)) return status;
   return Append(std::move(element), children);
 }
 
 // The children of an element, with their text merged.
-unsigned int NodeMaker::AddContent(CFTreeRef tree, CUMutableArray& children) {
-  Content const content(tree);
-  if (content.IsText()) {
-    return Append(m_document.CreateTextNode(MergedText(tree, content)), children);
-  }
+unsigned int CUXmlDomLoader::AddContent(CFTreeRef tree, CUMutableArray& children) {
+  if (IsText(tree)) return Append(m_document.CreateTextNode(MergedText(tree)), children);
+  Pieces const outer = std::exchange(m_pieces, {});
   unsigned int const status = AddChildren(tree, children);
-  if (CUFailed(status) || content.IsMerged()) return status;
-  return CombineText(m_document, children);
+  Pieces const pieces = std::exchange(m_pieces, outer);
+  return CUFailed(status) || pieces.CanStay() ? status : CombineText(m_document, children);
 }
 
-unsigned int NodeMaker::AddText(CFTreeRef tree, CUMutableArray& children) {
+// The text of an element that holds text and references alone; null if one of these is not
+// predefined.
+CUSharedPtr<CUStringMac> CUXmlDomLoader::MergedText(CFTreeRef tree) {
+  CFIndex const count = CFTreeGetChildCount(tree);
+  m_merged.clear();
+  for (CFIndex i = 0; i < count; ++i) {
+    CFXMLNodeRef const node = ChildNode(tree, i);
+    CFStringRef text = CFXMLNodeGetString(node);
+    if (CFXMLNodeGetTypeCode(node) == kCFXMLNodeTypeEntityReference) {
+      text = m_characters.Of(text, CharacterOf);
+    } else if (count == 1) {
+      return NewString(text);
+    }
+    if (text == nullptr) return nullptr;
+    m_merged.push_back(text);
+  }
+  return TextBuilder::Join(m_merged.data(), count);
+}
+
+unsigned int CUXmlDomLoader::AddText(CFTreeRef tree, CUMutableArray& children) {
   CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
   CFStringRef const text = node != nullptr ? CFXMLNodeGetString(node) : nullptr;
   if (text == nullptr) return CUResult_Failed;
+  ++m_pieces.texts;
   return Append(m_document.CreateTextNode(NewString(text)), children);
 }
 
-unsigned int NodeMaker::AddInstruction(CFTreeRef tree, CUMutableArray& children) {
+unsigned int CUXmlDomLoader::AddInstruction(CFTreeRef tree, CUMutableArray& children) {
   CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
   if (node == nullptr) return CUResult_Failed;
   CFStringRef const target = CFXMLNodeGetString(node);
@@ -288,14 +294,13 @@ unsigned int NodeMaker::AddInstruction(CFTreeRef tree, CUMutableArray& children)
       children);
 }
 
-unsigned int NodeMaker::AddReference(CFTreeRef tree, CUMutableArray& children) {
+unsigned int CUXmlDomLoader::AddReference(CFTreeRef tree, CUMutableArray& children) {
   CFXMLNodeRef const node = CFXMLTreeGetNode(tree);
   CFStringRef const name = node != nullptr ? CFXMLNodeGetString(node) : nullptr;
   if (name == nullptr) return CUResult_Failed;
+  ++m_pieces.references;
   return Append(m_document.CreateEntityReferenceNodeNode(NewString(name)), children);
 }
-
-}  // namespace
 
 unsigned int CUXmlDomDocumentNode::LoadXml(CUSharedPtr<CUStream> stream) {
   return LoadXmlMac(std::move(stream));
@@ -326,32 +331,32 @@ unsigned int CUXmlDomDocumentNode::MakeUpChildNodes_OS2CU_Mac(__CFTree* tree,
                                                               CUXmlDomNode* parent) {
   if (tree == nullptr || parent == nullptr) return CUResult_Failed;
   if (CFTreeGetChildCount(tree) < 1) return CUResult_Success;
-  return NodeMaker::Do(&NodeMaker::AddChildren, *this, tree, parent->GetChildNodes());
+  return CUXmlDomLoader::Do(&CUXmlDomLoader::AddChildren, *this, tree, parent->GetChildNodes());
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  return NodeMaker::Do(&NodeMaker::Add, *this, tree, children);
+  return CUXmlDomLoader::Do(&CUXmlDomLoader::Add, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomElementNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  return NodeMaker::Do(&NodeMaker::AddElement, *this, tree, children);
+  return CUXmlDomLoader::Do(&CUXmlDomLoader::AddElement, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomTextNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  return NodeMaker::Do(&NodeMaker::AddText, *this, tree, children);
+  return CUXmlDomLoader::Do(&CUXmlDomLoader::AddText, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomProcessingInstructionNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  return NodeMaker::Do(&NodeMaker::AddInstruction, *this, tree, children);
+  return CUXmlDomLoader::Do(&CUXmlDomLoader::AddInstruction, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::MakeUpCuXmlDomEntityReferenceNodeInstanceMac(
     __CFTree* tree, CUSharedPtr<CUMutableArray> children) {
-  return NodeMaker::Do(&NodeMaker::AddReference, *this, tree, children);
+  return CUXmlDomLoader::Do(&CUXmlDomLoader::AddReference, *this, tree, children);
 }
 
 unsigned int CUXmlDomDocumentNode::CombineCuDomXmlEntityReferenceAndTextNodeMac(

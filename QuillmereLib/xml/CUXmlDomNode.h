@@ -100,6 +100,9 @@ class QUILLMERE_API CUXmlDomNode : public CUObject {
   CUSharedPtr<CUStringMac> nodeValue;
   CUSharedPtr<CUMutableArray> childNodes;
   CUSharedPtr<CUMutableDictionary> attributes;
+
+ private:
+  friend class CUXmlDomLoader;  // which fills the nodes that it makes
 };
 
 // Has children and attributes; has no value.

@@ -118,6 +118,8 @@ TEST(WriteXml, DocumentsMakeTheRoundTrip) {
        "<a>&lt;b&gt;&amp;amp;&apos;&quot;&gt;</a>"},
       // White space that comes to stand alone in front of a reference.
       {"<a>x<b/> &lt;</a>", "(a('x<' b()))", "<a>x&lt;<b></b></a>"},
+      // Two texts, each around an element that has its own to merge.
+      {"<a>x<b>1<c>2</c>3</b>y</a>", "(a('xy' b('13' c('2'))))", "<a>xy<b>13<c>2</c></b></a>"},
       {"<?xml version='1.0'?>\n<a>\n\t<b>\r\n x\ry\r\n</b>\n\t<c/> \n</a>\n<?p  q ?>\n",
        "(?xml=version='1.0' a(b('\n x\ny\n') c()) ?p=q )",
        "<?xml version='1.0'?><a><b>\n x\ny\n</b><c></c></a><?p q ?>"},
