@@ -153,9 +153,8 @@ CFStringRef CFStringCreateWithFormat(CFAllocatorRef, CFDictionaryRef, CFStringRe
   va_end(arguments);
   if (source == nullptr) return CreateNarrow("(null)", 6);
   if (source->IsImmortal()) return source;
-  __CFString* const copy = AllocateString(source->length, source->wide);
-  if (copy != nullptr) CopyUnits(source, copy, 0);
-  return copy;
+  return source->wide ? CreateWide(source->Wide(), source->length)
+                      : CreateNarrow(source->Narrow(), source->length);
 }
 
 CFStringRef CFStringCreateWithSubstring(CFAllocatorRef, CFStringRef string, CFRange range) {

@@ -252,6 +252,7 @@ bool TreeBuilder::Feed() {
 
 void TreeBuilder::TakeText(std::size_t end) {
   std::string_view left = m_text.substr(m_textStart, end - m_textStart);
+  if (SkipSpace(left) == left.size()) return;  // as most are
   while (!left.empty()) {
     std::size_t const reference = std::min(left.find('&'), left.size());
     AddText(left.substr(0, reference));
