@@ -51,8 +51,17 @@ class CFObject {
 
   enum class Life : unsigned char { Counted, Immortal, Stored };
 
-  // A stored object has the address of its store in front of it.
-  CFObject* Store() const { return *(reinterpret_cast<CFObject* const*>(this) - 1); }
+  // A stored object has no references of its own. In their place stands how far in front of it the
+  // address of its store lies, in pointers.
+  void BecomeStored(CFObject* const* store) {
+    auto const distance = reinterpret_cast<CFObject* const*>(this) - store;
+    m_references.store(static_cast<std::int32_t>(distance), std::memory_order_relaxed);
+    m_life = Life::Stored;
+  }
+  CFObject* Store() const {
+    return *(reinterpret_cast<CFObject* const*>(this) -
+             m_references.load(std::memory_order_relaxed));
+  }
 
   mutable std::atomic<std::int32_t> m_references{1};
   Life m_life = Life::Counted;

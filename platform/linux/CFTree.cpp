@@ -45,6 +45,7 @@ CFIndex CFTreeGetChildCount(CFTreeRef tree) {
 CFTreeRef CFTreeGetChildAtIndex(CFTreeRef tree, CFIndex index) {
   if (index < 0 || index >= CFTreeGetChildCount(tree)) return nullptr;
   __CFTree::Children& children = *tree->ChildrenIfAny();
+  if (index == 0) return children.first;  // and leaves the memory alone
   if (children.recent == nullptr || index < children.recentIndex) {
     children.recent = children.first;
     children.recentIndex = 0;

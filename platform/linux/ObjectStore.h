@@ -17,13 +17,10 @@ class ObjectStore final : public CFObject {
   template <class Type, class... Arguments>
   Type* Make(std::size_t extraBytes, Arguments&&... arguments) {
     static_assert(alignof(Type) <= kAlignment && std::is_base_of_v<CFObject, Type>);
-    void* const block = Allocate(sizeof(void*) + sizeof(Type) + extraBytes);
-    if (block == nullptr) return nullptr;
-    auto* const store = static_cast<CFObject**>(block);
-    *store = this;
-    auto* const made =
-        new (static_cast<void*>(store + 1)) Type(std::forward<Arguments>(arguments)...);
-    made->m_life = Life::Stored;
+    Place const place = Allocate(sizeof(Type) + extraBytes);
+    if (place.memory == nullptr) return nullptr;
+    auto* const made = new (place.memory) Type(std::forward<Arguments>(arguments)...);
+    made->BecomeStored(&place.block->store);
     return made;
   }
 
@@ -36,24 +33,30 @@ class ObjectStore final : public CFObject {
 
   struct Block {
     Block* next;
+    CFObject* store;
+  };
+  struct Place {
+    void* memory;  // or null
+    Block* block;
   };
   struct Kept {
     Kept* next;
     CFObject const* object;
   };
 
-  void* Allocate(std::size_t size) {
+  Place Allocate(std::size_t size) {
     size = (size + kAlignment - 1) & ~(kAlignment - 1);
     if (size > m_left) return AllocateElsewhere(size);
-    void* const block = m_free;
+    Place const place = {m_free, m_filling};
     m_free += size;
     m_left -= size;
-    return block;
+    return place;
   }
-  void* AllocateElsewhere(std::size_t size);
+  Place AllocateElsewhere(std::size_t size);
 
   char* m_free = nullptr;
   std::size_t m_left = 0;
+  Block* m_filling = nullptr;  // the one in which there is room
   Block* m_blocks = nullptr;
   Kept* m_kept = nullptr;
 };
