@@ -9,10 +9,11 @@
 namespace {
 
 // A copied string becomes the null string when memory runs out, which no key may be.
+bool IsWhole(CUStringMac const& copy, CUStringMac const& source) {
+  return static_cast<CFStringRef>(copy) != nullptr || static_cast<CFStringRef>(source) == nullptr;
+}
 void CheckCopy(CUStringMac const& copy, CUStringMac const& source) {
-  if (static_cast<CFStringRef>(copy) == nullptr && static_cast<CFStringRef>(source) != nullptr) {
-    throw std::bad_alloc();
-  }
+  if (!IsWhole(copy, source)) throw std::bad_alloc();
 }
 
 template <class Entries>
@@ -82,13 +83,20 @@ void CUMutableDictionary::SetObjectForKey(CUSharedPtr<CUObject> object,
 }
 
 void CUMutableDictionary::Set(CUStringMac const& key, CUSharedPtr<CUObject> object) {
-  // Made apart, so that a key without text for lack of memory never gets among the others. Where
-  // the key is there already, the new value goes in its place.
-  Entries added;
-  auto const entry = added.emplace(key, std::move(object)).first;
-  CheckCopy(entry->first, key);
-  auto inserted = m_map.insert(added.extract(entry));
-  if (!inserted.inserted) std::swap(inserted.position->second, inserted.node.mapped());
+  auto const place = m_map.lower_bound(key);
+  if (place != m_map.end() && !(key < place->first)) {
+    std::swap(place->second, object);
+    return;
+  }
+  // A copy of the key that lacks its text, for lack of memory, is taken for one that is there. It
+  // gets in only where there is no other.
+  std::size_t const count = m_map.size();
+  auto const entry = m_map.emplace_hint(place, key, std::move(object));
+  if (m_map.size() != count) {
+    if (IsWhole(entry->first, key)) return;
+    m_map.erase(entry);
+  }
+  throw std::bad_alloc();
 }
 
 void CUMutableDictionary::RemoveObjectForKey(CUSharedPtr<CUStringMac> key) {

@@ -62,13 +62,14 @@ bool BeginsPlainly(std::string_view text) {
 // Strings of one document, in its store. Throws std::bad_alloc.
 class Strings {
  public:
-  explicit Strings(ObjectStore& store) : m_store(store) {}
+  Strings(std::string_view document, ObjectStore& store)
+      : m_store(store), m_hasReturns(document.find('\r') != std::string_view::npos) {}
 
   CFStringRef Text(std::string_view text) { return Made(CreateFromUtf8(text, &m_store)); }
 
   // With its line ends as line feeds.
   CFStringRef TextWithLineFeeds(std::string_view text) {
-    if (text.find('\r') == std::string_view::npos) return Text(text);
+    if (!m_hasReturns || text.find('\r') == std::string_view::npos) return Text(text);
     std::string lines;
     lines.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -87,12 +88,15 @@ class Strings {
   }
 
  private:
-  static constexpr std::size_t kPlaces = 256;
+  static constexpr std::size_t kPlaces = 1 << 10;
 
+  // By its length and three of its characters.
   static std::size_t PlaceOf(std::string_view name) {
-    std::size_t hash = name.size();
-    for (char const c : name) hash = hash * 31 + static_cast<unsigned char>(c);
-    return (hash ^ hash >> 8) % kPlaces;
+    auto const at = [name](std::size_t i) { return std::uint32_t{static_cast<UInt8>(name[i])}; };
+    std::size_t const last = name.size() - 1;
+    std::uint32_t const mixed =
+        at(0) ^ at(last / 2) << 8 ^ at(last) << 16 ^ static_cast<std::uint32_t>(name.size()) << 24;
+    return mixed * 0x9E3779B1u >> 22;
   }
   static bool Holds(CFStringRef string, std::string_view name) {
     return !string->wide && static_cast<std::size_t>(string->length) == name.size() &&
@@ -100,6 +104,7 @@ class Strings {
   }
 
   ObjectStore& m_store;
+  bool const m_hasReturns;
   std::array<CFStringRef, kPlaces> m_names = {};
 };
 
@@ -107,7 +112,7 @@ class Strings {
 class TreeBuilder {
  public:
   TreeBuilder(std::string_view text, ObjectStore& store)
-      : m_text(text), m_store(store), m_strings(store) {}
+      : m_text(text), m_store(store), m_strings(text, store) {}
 
   // The tree, which holds the reference that the store begins with; null if the document is not
   // well formed, up to a document type. Throws std::bad_alloc.
