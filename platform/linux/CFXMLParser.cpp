@@ -29,28 +29,31 @@ Object* Made(Object* object) {
   return object;
 }
 
+// Which of all characters are space, or one of `others`.
+template <char... others>
+constexpr std::array<bool, 256> kSpaceAnd = [] {
+  std::array<bool, 256> found = {};
+  for (char const c : {' ', '\t', '\r', '\n', others...}) found[static_cast<UInt8>(c)] = true;
+  return found;
+}();
+
 // The place of the first character that is space or one of `others`; the length if there is none.
 template <char... others>
 std::size_t FindSpaceOr(std::string_view text) {
-  static constexpr auto kStops = [] {
-    std::array<bool, 256> stops = {};
-    for (char const stop : {' ', '\t', '\r', '\n', others...}) {
-      stops[static_cast<unsigned char>(stop)] = true;
-    }
-    return stops;
-  }();
-  std::size_t at = 0;
-  while (at < text.size() && !kStops[static_cast<unsigned char>(text[at])]) ++at;
-  return at;
+  char const* at = text.data();
+  char const* const end = at + text.size();
+  while (at != end && !kSpaceAnd<others...>[static_cast<UInt8>(*at)]) ++at;
+  return static_cast<std::size_t>(at - text.data());
 }
 
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+bool IsSpace(char c) { return kSpaceAnd<>[static_cast<UInt8>(c)]; }
 
 // Where the text goes on behind the space at its start; the length if it is all space.
 std::size_t SkipSpace(std::string_view text) {
-  std::size_t at = 0;
-  while (at < text.size() && IsSpace(text[at])) ++at;
-  return at;
+  char const* at = text.data();
+  char const* const end = at + text.size();
+  while (at != end && IsSpace(*at)) ++at;
+  return static_cast<std::size_t>(at - text.data());
 }
 
 // Whether the text begins as that of a document does. expat would find another encoding in other
@@ -146,18 +149,20 @@ class TreeBuilder {
   bool Feed();
 
   // Where expat is: the markup that it reports.
-  std::size_t Here() const {
-    return static_cast<std::size_t>(XML_GetCurrentByteIndex(m_parser.Get()));
-  }
   std::string_view Markup() const {
-    return m_text.substr(Here(), static_cast<std::size_t>(XML_GetCurrentByteCount(m_parser.Get())));
+    return m_text.substr(static_cast<std::size_t>(XML_GetCurrentByteIndex(m_parser.Get())),
+                         static_cast<std::size_t>(XML_GetCurrentByteCount(m_parser.Get())));
+  }
+  std::size_t PlaceOf(std::string_view markup) const {
+    return static_cast<std::size_t>(markup.data() - m_text.data());
   }
 
   // The markup that is reported, once the text in front of it has been taken.
   std::string_view NextMarkup() {
     std::string_view const markup = Markup();
-    TakeText(Here());
-    m_textStart = Here() + markup.size();
+    std::size_t const place = PlaceOf(markup);
+    TakeText(place);
+    m_textStart = place + markup.size();
     return markup;
   }
 
@@ -372,8 +377,9 @@ void TreeBuilder::StartSection() {
 }
 
 void TreeBuilder::EndSection() {
-  std::size_t const end = Here();
-  m_textStart = end + Markup().size();
+  std::string_view const markup = Markup();
+  std::size_t const end = PlaceOf(markup);
+  m_textStart = end + markup.size();
   Add(MakeText(kCFXMLNodeTypeCDATASection, m_text.substr(m_section, end - m_section)));
 }
 
