@@ -91,15 +91,15 @@ class Strings {
   }
 
  private:
-  static constexpr std::size_t kPlaces = 1 << 10;
+  static constexpr int kBitsOfPlace = 10;
 
-  // By its length and three of its characters.
+  // By its length and three of its characters: no name is empty.
   static std::size_t PlaceOf(std::string_view name) {
     auto const at = [name](std::size_t i) { return std::uint32_t{static_cast<UInt8>(name[i])}; };
     std::size_t const last = name.size() - 1;
     std::uint32_t const mixed =
         at(0) ^ at(last / 2) << 8 ^ at(last) << 16 ^ static_cast<std::uint32_t>(name.size()) << 24;
-    return mixed * 0x9E3779B1u >> 22;
+    return mixed * 0x9E3779B1u >> (32 - kBitsOfPlace);
   }
   static bool Holds(CFStringRef string, std::string_view name) {
     return !string->wide && static_cast<std::size_t>(string->length) == name.size() &&
@@ -108,7 +108,7 @@ class Strings {
 
   ObjectStore& m_store;
   bool const m_hasReturns;
-  std::array<CFStringRef, kPlaces> m_names = {};
+  std::array<CFStringRef, std::size_t{1} << kBitsOfPlace> m_names = {};
 };
 
 // Builds the tree of one document, in a store, while expat reads it.
