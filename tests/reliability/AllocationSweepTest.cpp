@@ -163,7 +163,10 @@ TEST_F(AllocationSweep, OfStringsAndCollections) {
   Sweep("dictionary", [&] {
     CUSharedPtr<CUMutableDictionary> const copy = new CUMutableDictionary(dictionary);
     copy->SetObjectForKey(m_array, m_text);
-    return Utf8(copy->AllKeys()->Description()) + Utf8(copy->Description());
+    CUSharedPtr<CUMutableDictionary> const empty = new CUMutableDictionary;
+    empty->SetObjectForKey(m_array, m_text);
+    return Utf8(copy->AllKeys()->Description()) + Utf8(copy->Description()) +
+           Utf8(empty->Description());
   });
 }
 
